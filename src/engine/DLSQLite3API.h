@@ -144,7 +144,7 @@ public:
     std::vector<void*> sqlite3drv_auto_dll_handles;
     std::vector<TSQLiteAutoEntryPoint> sqlite3drv_auto_entry_points;
     // Opaque: handed on to extensions, never read here.
-    const sqlite3_api_routines* sqlite3_api_routines = nullptr;
+    const ::sqlite3_api_routines* sqlite3_api_routines = nullptr;
 
 private:
     void GetAPIRoutines();

@@ -1,0 +1,14 @@
+// brindle-cli: a headless companion of the program for scripts and checks.
+#include "CliCommands.h"
+
+#include <QCoreApplication>
+#include <cstdio>
+
+int main(int argc, char* argv[]) {
+    QCoreApplication app(argc, argv);
+    QStringList args = QCoreApplication::arguments();
+    args.removeFirst();
+    QTextStream out(stdout);
+    QTextStream err(stderr);
+    return brindle::cli::Run(args, out, err);
+}

@@ -1,0 +1,203 @@
+#include "SCMain.h"
+
+#include "SCPaths.h"
+#include "engine/DLObjectNames.h"
+#include "engine/DLSQLite3API.h"
+#include "engine/DLSQLiteDatabase.h"
+#include "engine/Exceptions.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QStatusBar>
+#include <QToolBar>
+#include <QTreeWidget>
+#include <QVBoxLayout>
+
+namespace brindle {
+
+TfrmSCMain::TfrmSCMain(QWidget* parent) : QMainWindow(parent) {
+    setObjectName(QStringLiteral("TfrmSCMain"));
+    setWindowTitle(ApplicationTitle());
+    resize(1000, 700);
+
+    auto* central = new QWidget(this);
+    auto* layout = new QVBoxLayout(central);
+    auto* header = new QHBoxLayout;
+    lblHeader = new QLabel(central);
+    lblHeader->setObjectName(QStringLiteral("lblHeader"));
+    lblLibrary = new QLabel(central);
+    lblLibrary->setObjectName(QStringLiteral("lblLibrary"));
+    header->addWidget(lblHeader, 1);
+    header->addWidget(lblLibrary);
+    layout->addLayout(header);
+
+    FTree = new QTreeWidget(central);
+    FTree->setObjectName(QStringLiteral("tvDatabases"));
+    FTree->setHeaderHidden(true);
+    FTree->setUniformRowHeights(true);
+    layout->addWidget(FTree, 1);
+    setCentralWidget(central);
+
+    CreateActions();
+    RefreshHeader();
+    statusBar();
+}
+
+TfrmSCMain::~TfrmSCMain() = default;
+
+QString TfrmSCMain::ApplicationTitle() {
+    QString title = QStringLiteral("Brindle " BRINDLE_VERSION);
+    if (SQLite3Driver && SQLite3Driver->sqlite3drv_driver_present())
+        title += QStringLiteral(" - SQLite ") + SQLite3Driver->sqlite3drv_libversion();
+    return title;
+}
+
+void TfrmSCMain::CreateActions() {
+    QMenu* file = menuBar()->addMenu(tr("&File"));
+    QToolBar* bar = addToolBar(tr("Main"));
+    bar->setObjectName(QStringLiteral("tbMain"));
+
+    acOpenDatabase = new QAction(tr("&Open Database..."), this);
+    acOpenDatabase->setObjectName(QStringLiteral("acOpenDatabase"));
+    acOpenDatabase->setShortcut(QKeySequence::Open);
+    connect(acOpenDatabase, &QAction::triggered, this, &TfrmSCMain::acOpenDatabaseExecute);
+
+    acOpenDemoDatabase = new QAction(tr("Open &Demo Database"), this);
+    acOpenDemoDatabase->setObjectName(QStringLiteral("acOpenDemoDatabase"));
+    connect(acOpenDemoDatabase, &QAction::triggered, this, &TfrmSCMain::acOpenDemoDatabaseExecute);
+
+    acCloseDatabase = new QAction(tr("&Close Database"), this);
+    acCloseDatabase->setObjectName(QStringLiteral("acCloseDatabase"));
+    connect(acCloseDatabase, &QAction::triggered, this, &TfrmSCMain::CloseDatabase);
+
+    acRefresh = new QAction(tr("&Refresh"), this);
+    acRefresh->setObjectName(QStringLiteral("acRefresh"));
+    acRefresh->setShortcut(QKeySequence::Refresh);
+    connect(acRefresh, &QAction::triggered, this, &TfrmSCMain::RefreshTree);
+
+    acFileExit = new QAction(tr("E&xit"), this);
+    acFileExit->setObjectName(QStringLiteral("acFileExit"));
+    acFileExit->setShortcut(QKeySequence::Quit);
+    connect(acFileExit, &QAction::triggered, this, &QWidget::close);
+
+    file->addAction(acOpenDatabase);
+    file->addAction(acOpenDemoDatabase);
+    file->addAction(acCloseDatabase);
+    file->addSeparator();
+    file->addAction(acRefresh);
+    file->addSeparator();
+    file->addAction(acFileExit);
+    bar->addAction(acOpenDatabase);
+    bar->addAction(acOpenDemoDatabase);
+    bar->addAction(acRefresh);
+}
+
+void TfrmSCMain::ProcessParams(const QStringList& Params) {
+    if (Params.size() != 1) return;
+    const QString file = Params.front();
+    if (!QFileInfo::exists(file)) return;
+    try {
+        OpenDatabase(file);
+    } catch (const ECustomException& e) {
+        ShowError(e.message());
+    }
+}
+
+void TfrmSCMain::OpenDatabase(const QString& FileName) {
+    auto db = std::make_unique<TDLSQLiteDatabase>();
+    db->SetFileName(FileName);
+    db->SetAliasName(QFileInfo(FileName).completeBaseName());
+    db->SetConnected(true);
+    CloseDatabase();
+    FDatabase = std::move(db);
+    RefreshTree();
+}
+
+void TfrmSCMain::CloseDatabase() {
+    FDatabase.reset();
+    RefreshTree();
+}
+
+void TfrmSCMain::RefreshTree() {
+    FTree->clear();
+    if (FDatabase && FDatabase->Connected()) {
+        TObjectNames names;
+        try {
+            names = GetObjectNames(*FDatabase);
+        } catch (const ECustomException& e) {
+            ShowError(e.message());
+        }
+        auto* root = new QTreeWidgetItem(FTree, {FDatabase->AliasName()});
+        root->setToolTip(0, FDatabase->FileName());
+        auto addGroup = [root](const QString& caption, const QStringList& items) {
+            if (items.isEmpty()) return;
+            auto* group = new QTreeWidgetItem(root, {QStringLiteral("%1 (%2)").arg(caption).arg(items.size())});
+            for (const QString& n : items) new QTreeWidgetItem(group, {n});
+        };
+        addGroup(tr("Tables"), names.Tables);
+        addGroup(tr("Virtual Tables"), names.VirtualTables);
+        addGroup(tr("Views"), names.Views);
+        addGroup(tr("Indexes"), names.Indexes);
+        addGroup(tr("Triggers"), names.Triggers);
+        FTree->expandAll();
+    }
+    RefreshHeader();
+}
+
+void TfrmSCMain::RefreshHeader() {
+    if (FDatabase)
+        lblHeader->setText(QStringLiteral("Database: ") + FDatabase->AliasName() + QStringLiteral("   File: ") +
+                           FDatabase->FileName());
+    else
+        lblHeader->setText(QStringLiteral("No database"));
+    QString lib;
+    if (SQLite3Driver && SQLite3Driver->sqlite3drv_driver_present()) {
+        const QString file = SQLite3Driver->sqlite3drv_filename();
+        lib = QStringLiteral("SQLite Library: %1 version %2")
+                  .arg(file == SQLITE_INTERNAL_LIB ? QStringLiteral("[internal]") : QFileInfo(file).fileName(),
+                       SQLite3Driver->sqlite3drv_libversion());
+    }
+    lblLibrary->setText(lib);
+    acCloseDatabase->setEnabled(FDatabase != nullptr);
+    setWindowTitle(ApplicationTitle());
+}
+
+void TfrmSCMain::ShowError(const QString& message) {
+    // Error texts carry CRLF line ends; the box wants plain line feeds.
+    QString text = message;
+    text.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
+    statusBar()->showMessage(text);
+    if (FOnError)
+        FOnError(text);
+    else
+        QMessageBox::critical(this, windowTitle(), text);
+}
+
+void TfrmSCMain::acOpenDatabaseExecute() {
+    const QString file =
+        QFileDialog::getOpenFileName(this, QStringLiteral("Select database file"), UserDataPath(),
+                                     QStringLiteral("Database Files (*.db *.db3 *.sqlite);;Any File (*)"));
+    if (file.isEmpty()) return;
+    try {
+        OpenDatabase(file);
+    } catch (const ECustomException& e) {
+        ShowError(e.message());
+    }
+}
+
+void TfrmSCMain::acOpenDemoDatabaseExecute() {
+    try {
+        OpenDatabase(GetDemoDatabasePath());
+    } catch (const ECustomException& e) {
+        ShowError(e.message());
+    }
+}
+
+}  // namespace brindle
