@@ -40,7 +40,7 @@ QVariantList VariantToVariantArray(const QVariant& value);
 
 // GUID values: QUuid in a QVariant stands for the custom GUID variant type.
 QByteArray GUIDToBytes(const QUuid& value);   // memory order, 16 bytes
-QUuid BytesToGUID(const QByteArray& bytes);   // inverse of GUIDToBytes
+QUuid BytesToGUID(const QByteArray& bytes);   // inverse of GUIDToBytes; raises unless 16 bytes
 QString GUIDToString(const QUuid& value);     // "{XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}"
 QUuid StringToGUID(const QString& value);     // raises on bad text
 extern const QUuid NullGUID;
