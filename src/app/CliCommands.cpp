@@ -50,6 +50,8 @@ void openDatabase(TDLSQLiteDatabase& db, const Options& o, const QString& file) 
 
 void cmdInfo(const Options& o, QTextStream& out) {
     loadLibrary(o);
+    TDLSQLiteDatabase db;
+    openDatabase(db, o, o.positional.value(1));
     TSQLite3Driver& d = *SQLite3Driver;
     const QString lib = d.sqlite3drv_filename() == SQLITE_INTERNAL_LIB ? QStringLiteral("[internal]")
                                                                       : d.sqlite3drv_filename();
@@ -66,8 +68,6 @@ void cmdInfo(const Options& o, QTextStream& out) {
     out << "Encryption: " << yesNo(d.sqlite3drv_supports_encryption()) << "\n";
     out << "Profile: " << yesNo(d.sqlite3drv_supports_profile()) << "\n";
 
-    TDLSQLiteDatabase db;
-    openDatabase(db, o, o.positional.value(1));
     out << "File: " << db.FileName() << "\n";
     out << "Page size: " << db.DatabaseParams().PageSize() << "\n";
     out << "Encoding: " << db.DatabaseParams().Encoding() << "\n";

@@ -238,7 +238,10 @@ void TDLSQLiteDatabase::InternalOpen(bool Create) {
     int flags = Create ? (SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE)
                        : (FReadOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE);
     flags |= SQLITE_OPEN_FULLMUTEX;
-    const QByteArray name = FFileName.toUtf8();
+    // The engine knows ":memory:" in lower case only; any other spelling
+    // would name a file.
+    const bool memory = FFileName.compare(QLatin1String(":memory:"), Qt::CaseInsensitive) == 0;
+    const QByteArray name = memory ? QByteArray(":memory:") : FFileName.toUtf8();
     SQLiteCheck(drv().sqlite3_open_v2(name.constData(), &FDB, flags, nullptr));
 
     if (!FEncryptionKey.isEmpty()) {
@@ -313,8 +316,10 @@ void TDLSQLiteDatabase::CreateDatabase(int AutoVacuum, int PageSize, const QStri
     FSavepoints.Clear();
     try {
         InternalOpen(true);
-        FDatabaseParams.SetAutoVacuum(AutoVacuum);
+        // The linked engine fixes the page size once auto_vacuum is set on a
+        // new file, so the page size goes first.
         FDatabaseParams.SetPageSize(PageSize);
+        FDatabaseParams.SetAutoVacuum(AutoVacuum);
         if (!Encoding.isEmpty()) FDatabaseParams.SetEncoding(Encoding);
     } catch (...) {
         DoDisconnect();
@@ -963,22 +968,25 @@ bool TDLSQLiteDatabase::IsFtsVirtualTable(const QString& TableName) {
 }
 
 bool TDLSQLiteDatabase::IsFtsShadowTable(const QString& TableName) {
-    QString stem, module;
-    if (endsWithCI(TableName, "_content", stem) || endsWithCI(TableName, "_segdir", stem) ||
-        endsWithCI(TableName, "_segments", stem)) {
-        return IsVirtualTable(stem, &module) && (module.compare(QLatin1String("fts3"), Qt::CaseInsensitive) == 0 ||
-                                                 module.compare(QLatin1String("fts4"), Qt::CaseInsensitive) == 0);
+    QString db, name, stem, module;
+    ParseObject(TableName, db, name);
+    auto stemModule = [&](QString& m) { return IsVirtualTable(QuoteObject(db, stem), &m); };
+    if (endsWithCI(name, "_content", stem) || endsWithCI(name, "_segdir", stem) ||
+        endsWithCI(name, "_segments", stem)) {
+        return stemModule(module) && (module.compare(QLatin1String("fts3"), Qt::CaseInsensitive) == 0 ||
+                                      module.compare(QLatin1String("fts4"), Qt::CaseInsensitive) == 0);
     }
-    if (endsWithCI(TableName, "_stat", stem) || endsWithCI(TableName, "_docsize", stem))
-        return IsVirtualTable(stem, &module) && module.compare(QLatin1String("fts4"), Qt::CaseInsensitive) == 0;
+    if (endsWithCI(name, "_stat", stem) || endsWithCI(name, "_docsize", stem))
+        return stemModule(module) && module.compare(QLatin1String("fts4"), Qt::CaseInsensitive) == 0;
     return false;
 }
 
 bool TDLSQLiteDatabase::IsRtreeShadowTable(const QString& TableName) {
-    QString stem, module;
-    if (endsWithCI(TableName, "_node", stem) || endsWithCI(TableName, "_rowid", stem) ||
-        endsWithCI(TableName, "_parent", stem))
-        return IsVirtualTable(stem, &module) && module.compare(QLatin1String("rtree"), Qt::CaseInsensitive) == 0;
+    QString db, name, stem, module;
+    ParseObject(TableName, db, name);
+    if (endsWithCI(name, "_node", stem) || endsWithCI(name, "_rowid", stem) || endsWithCI(name, "_parent", stem))
+        return IsVirtualTable(QuoteObject(db, stem), &module) &&
+               module.compare(QLatin1String("rtree"), Qt::CaseInsensitive) == 0;
     return false;
 }
 
