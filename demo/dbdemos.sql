@@ -178,7 +178,6 @@ CREATE TABLE media (
   file_name TEXT NOT NULL UNIQUE,
   mime_type TEXT NOT NULL,
   data      BLOB,                   -- NULL while a file is still missing
-  byte_size INTEGER GENERATED ALWAYS AS (length(data)) VIRTUAL,
   added_on  TEXT NOT NULL,
   caption   TEXT
 );
@@ -306,7 +305,6 @@ CREATE TABLE order_items (
   quantity   INTEGER NOT NULL CHECK (quantity > 0),
   unit_price REAL NOT NULL,
   discount   REAL NOT NULL DEFAULT 0 CHECK (discount >= 0 AND discount < 1),
-  line_total REAL GENERATED ALWAYS AS (round(quantity * unit_price * (1 - discount), 2)) VIRTUAL,
   PRIMARY KEY (order_id, line_no)
 );
 
@@ -710,11 +708,11 @@ ORDER BY u.order_id, u.s;
 
 -- Online orders of 150 or more ship free.
 UPDATE orders SET freight = 0.0
-WHERE freight > 0 AND (SELECT sum(line_total) FROM order_items i WHERE i.order_id = orders.order_id) >= 150;
+WHERE freight > 0 AND (SELECT sum(round(quantity * unit_price * (1 - discount), 2)) FROM order_items i WHERE i.order_id = orders.order_id) >= 150;
 
 -- A point for every ten spent.
 UPDATE customers SET loyalty_points = (
-  SELECT coalesce(CAST(sum(i.line_total) / 10 AS INTEGER), 0)
+  SELECT coalesce(CAST(sum(round(i.quantity * i.unit_price * (1 - i.discount), 2)) / 10 AS INTEGER), 0)
   FROM orders o JOIN order_items i ON i.order_id = o.order_id
   WHERE o.customer_id = customers.customer_id AND o.status IN ('delivered', 'shipped'));
 
@@ -856,7 +854,8 @@ SELECT o.order_id, o.order_date, o.status,
        c.customer_id, c.first_name || ' ' || c.last_name AS customer,
        coalesce(s.name, 'Online shop') AS sold_by,
        i.line_no, p.sku, p.name AS product, cat.name AS category,
-       i.quantity, i.unit_price, i.discount, i.line_total
+       i.quantity, i.unit_price, i.discount,
+       round(i.quantity * i.unit_price * (1 - i.discount), 2) AS line_total
 FROM orders o
 JOIN customers c ON c.customer_id = o.customer_id
 JOIN order_items i ON i.order_id = o.order_id
@@ -868,9 +867,9 @@ CREATE VIEW order_totals AS
 SELECT o.order_id, o.order_date, o.status, o.customer_id, o.store_id,
        count(i.line_no) AS lines,
        coalesce(sum(i.quantity), 0) AS units,
-       round(coalesce(sum(i.line_total), 0), 2) AS subtotal,
+       round(coalesce(sum(round(i.quantity * i.unit_price * (1 - i.discount), 2)), 0), 2) AS subtotal,
        o.freight,
-       round(coalesce(sum(i.line_total), 0) + o.freight, 2) AS total
+       round(coalesce(sum(round(i.quantity * i.unit_price * (1 - i.discount), 2)), 0) + o.freight, 2) AS total
 FROM orders o
 LEFT JOIN order_items i ON i.order_id = o.order_id
 GROUP BY o.order_id;
@@ -892,7 +891,7 @@ SELECT coalesce(top.name, cat.name) AS category,
        substr(o.order_date, 1, 4) AS year,
        count(DISTINCT o.order_id) AS orders,
        sum(i.quantity) AS units,
-       round(sum(i.line_total), 2) AS revenue
+       round(sum(round(i.quantity * i.unit_price * (1 - i.discount), 2)), 2) AS revenue
 FROM order_items i
 JOIN orders o ON o.order_id = i.order_id
 JOIN products p ON p.product_id = i.product_id

@@ -1216,9 +1216,15 @@ void TDLSQLiteDatabase::GetIndexFields(const QString& TableName, const QString& 
     if (IndexName.isEmpty()) {
         IRecordSetPtr info;
         ReadTableInfo(TableName, info);
-        for (int r = 0; r < info->GetRecordCount(); ++r)
-            if (info->GetValueByName(r, QStringLiteral("pk")) == QLatin1String("1"))
-                Fields.append(info->GetValueByName(r, QStringLiteral("name")));
+        // Older engines numbered every key column 1; today's give the key
+        // position, so all key columns are taken in that order.
+        std::vector<std::pair<int, QString>> key;
+        for (int r = 0; r < info->GetRecordCount(); ++r) {
+            const int pk = info->GetValueByName(r, QStringLiteral("pk")).toInt();
+            if (pk > 0) key.emplace_back(pk, info->GetValueByName(r, QStringLiteral("name")));
+        }
+        std::stable_sort(key.begin(), key.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+        for (const auto& k : key) Fields.append(k.second);
         if (Fields.size() > before) return;
     }
     IRecordSetPtr rs =
