@@ -1,0 +1,107 @@
+// The first window on the offscreen platform: what it opens and what the
+// tree shows.
+#include "TempDir.h"
+
+#include "engine/DLSQLite3API.h"
+#include "engine/DLSQLiteDatabase.h"
+#include "shell/SCMain.h"
+#include "shell/SCPaths.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QTreeWidget>
+#include <gtest/gtest.h>
+
+using namespace brindle;
+
+namespace {
+
+class ShellEnvironment : public ::testing::Environment {
+public:
+    void SetUp() override {
+        static int argc = 1;
+        static char name[] = "brindle_shell_tests";
+        static char* argv[] = {name, nullptr};
+        app = std::make_unique<QApplication>(argc, argv);
+        ASSERT_TRUE(SQLite3Driver->sqlite3drv_load_library(SQLITE_INTERNAL_LIB));
+    }
+    void TearDown() override { app.reset(); }
+    std::unique_ptr<QApplication> app;
+};
+[[maybe_unused]] ::testing::Environment* const kEnvironment =
+    ::testing::AddGlobalTestEnvironment(new ShellEnvironment);
+
+// The captions of the tree's group nodes below the database node.
+QStringList groups(QTreeWidget* tree) {
+    QStringList result;
+    if (tree->topLevelItemCount() == 0) return result;
+    QTreeWidgetItem* root = tree->topLevelItem(0);
+    for (int i = 0; i < root->childCount(); ++i) result << root->child(i)->text(0);
+    return result;
+}
+
+class MainWindowTest : public ::testing::Test {
+protected:
+    MainWindowTest() {
+        window.FOnError = [this](const QString& m) { errors << m; };
+    }
+    test::TempDir dir;
+    TfrmSCMain window;
+    QStringList errors;
+};
+
+TEST_F(MainWindowTest, TitleNamesProductAndLibrary) {
+    EXPECT_TRUE(window.windowTitle().startsWith(QStringLiteral("Brindle ")));
+    EXPECT_TRUE(window.windowTitle().endsWith(QStringLiteral(" - SQLite ") + SQLite3Driver->sqlite3drv_libversion()));
+}
+
+TEST_F(MainWindowTest, CommandLineOpensOnlyASingleExistingFile) {
+    const QString demo = GetDemoDatabasePath();
+    window.ProcessParams({});
+    window.ProcessParams({demo, demo});
+    window.ProcessParams({dir.file(QStringLiteral("missing.db"))});
+    EXPECT_EQ(window.CurrentDatabase(), nullptr);
+    EXPECT_TRUE(errors.isEmpty());
+
+    window.ProcessParams({demo});
+    ASSERT_NE(window.CurrentDatabase(), nullptr);
+    EXPECT_TRUE(window.CurrentDatabase()->Connected());
+    const QStringList g = groups(window.Tree());
+    ASSERT_EQ(g.size(), 5);
+    EXPECT_TRUE(g[0].startsWith(QStringLiteral("Tables (")));
+    EXPECT_TRUE(g[1].startsWith(QStringLiteral("Virtual Tables (2)")));
+    EXPECT_TRUE(g[2].startsWith(QStringLiteral("Views (")));
+    EXPECT_TRUE(g[3].startsWith(QStringLiteral("Indexes (")));
+    EXPECT_TRUE(g[4].startsWith(QStringLiteral("Triggers (")));
+}
+
+TEST_F(MainWindowTest, BadFileShowsTheMessageAndKeepsWhatWasOpen) {
+    window.acOpenDemoDatabase->trigger();
+    ASSERT_NE(window.CurrentDatabase(), nullptr);
+    TDLSQLiteDatabase* before = window.CurrentDatabase();
+    window.ProcessParams({dir.write(QStringLiteral("bad.db3"), QByteArray(1024, 'b'))});
+    ASSERT_EQ(errors.size(), 1);
+    EXPECT_TRUE(errors[0].startsWith(QStringLiteral("file is not a database")));
+    EXPECT_EQ(window.CurrentDatabase(), before);
+
+    window.acCloseDatabase->trigger();
+    EXPECT_EQ(window.CurrentDatabase(), nullptr);
+    EXPECT_EQ(window.Tree()->topLevelItemCount(), 0);
+}
+
+TEST_F(MainWindowTest, RefreshShowsObjectsMadeMeanwhile) {
+    const QString path = dir.file(QStringLiteral("grow.db"));
+    {
+        TDLSQLiteDatabase db;
+        db.SetFileName(path);
+        db.CreateDatabase(0, 4096, QString(), QString());
+        db.Execute(QStringLiteral("create table t(a)"));
+    }
+    window.OpenDatabase(path);
+    EXPECT_EQ(groups(window.Tree()), QStringList{"Tables (1)"});
+    window.CurrentDatabase()->Execute(QStringLiteral("create view v as select * from t; create index i on t(a)"));
+    window.acRefresh->trigger();
+    EXPECT_EQ(groups(window.Tree()), (QStringList{"Tables (1)", "Views (1)", "Indexes (1)"}));
+}
+
+}  // namespace
