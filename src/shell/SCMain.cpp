@@ -10,11 +10,14 @@
 #include <QApplication>
 #include <QFileDialog>
 #include <QFileInfo>
+#include <QFontDatabase>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QPlainTextEdit>
+#include <QSplitter>
 #include <QStatusBar>
 #include <QToolBar>
 #include <QTreeWidget>
@@ -38,12 +41,22 @@ TfrmSCMain::TfrmSCMain(QWidget* parent) : QMainWindow(parent) {
     header->addWidget(lblLibrary);
     layout->addLayout(header);
 
-    FTree = new QTreeWidget(central);
+    auto* splitter = new QSplitter(Qt::Horizontal, central);
+    FTree = new QTreeWidget(splitter);
     FTree->setObjectName(QStringLiteral("tvDatabases"));
     FTree->setHeaderHidden(true);
     FTree->setUniformRowHeights(true);
-    layout->addWidget(FTree, 1);
+    mmoDDL = new QPlainTextEdit(splitter);
+    mmoDDL->setObjectName(QStringLiteral("mmoDDL"));
+    mmoDDL->setReadOnly(true);
+    mmoDDL->setLineWrapMode(QPlainTextEdit::NoWrap);
+    mmoDDL->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+    splitter->setStretchFactor(0, 1);
+    splitter->setStretchFactor(1, 2);
+    splitter->setSizes({320, 680});
+    layout->addWidget(splitter, 1);
     setCentralWidget(central);
+    connect(FTree, &QTreeWidget::currentItemChanged, this, [this](QTreeWidgetItem* item) { ShowObjectDDL(item); });
 
     CreateActions();
     RefreshHeader();
@@ -127,6 +140,7 @@ void TfrmSCMain::CloseDatabase() {
 
 void TfrmSCMain::RefreshTree() {
     FTree->clear();
+    mmoDDL->clear();
     if (FDatabase && FDatabase->Connected()) {
         TObjectNames names;
         try {
@@ -139,7 +153,10 @@ void TfrmSCMain::RefreshTree() {
         auto addGroup = [root](const QString& caption, const QStringList& items) {
             if (items.isEmpty()) return;
             auto* group = new QTreeWidgetItem(root, {QStringLiteral("%1 (%2)").arg(caption).arg(items.size())});
-            for (const QString& n : items) new QTreeWidgetItem(group, {n});
+            for (const QString& n : items) {
+                auto* node = new QTreeWidgetItem(group, {n});
+                node->setData(0, Qt::UserRole, n);
+            }
         };
         addGroup(tr("Tables"), names.Tables);
         addGroup(tr("Virtual Tables"), names.VirtualTables);
@@ -149,6 +166,20 @@ void TfrmSCMain::RefreshTree() {
         FTree->expandAll();
     }
     RefreshHeader();
+}
+
+void TfrmSCMain::ShowObjectDDL(QTreeWidgetItem* item) {
+    QString ddl;
+    const QString name = item ? item->data(0, Qt::UserRole).toString() : QString();
+    if (FDatabase && FDatabase->Connected() && !name.isEmpty()) {
+        try {
+            ddl = FDatabase->GetObjectDDL(QStringLiteral("main"), name);
+        } catch (const ECustomException& e) {
+            ddl = e.message();
+        }
+    }
+    // Indexes made for constraints have no text of their own.
+    mmoDDL->setPlainText(ddl);
 }
 
 void TfrmSCMain::RefreshHeader() {

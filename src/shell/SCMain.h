@@ -8,6 +8,8 @@
 
 class QAction;
 class QLabel;
+class QPlainTextEdit;
+class QTreeWidgetItem;
 class QTreeWidget;
 
 namespace brindle {
@@ -30,6 +32,7 @@ public:
 
     TDLSQLiteDatabase* CurrentDatabase() const { return FDatabase.get(); }
     QTreeWidget* Tree() const { return FTree; }
+    QPlainTextEdit* DDLView() const { return mmoDDL; }
     QAction* acOpenDatabase = nullptr;
     QAction* acOpenDemoDatabase = nullptr;
     QAction* acCloseDatabase = nullptr;
@@ -46,12 +49,14 @@ private:
     void CreateActions();
     void RefreshTree();
     void RefreshHeader();
+    void ShowObjectDDL(QTreeWidgetItem* item);
     void ShowError(const QString& message);
     void acOpenDatabaseExecute();
     void acOpenDemoDatabaseExecute();
 
     std::unique_ptr<TDLSQLiteDatabase> FDatabase;
     QTreeWidget* FTree = nullptr;
+    QPlainTextEdit* mmoDDL = nullptr;
     QLabel* lblHeader = nullptr;
     QLabel* lblLibrary = nullptr;
 };

@@ -9,6 +9,7 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QPlainTextEdit>
 #include <QTreeWidget>
 #include <gtest/gtest.h>
 
@@ -19,6 +20,7 @@ namespace {
 class ShellEnvironment : public ::testing::Environment {
 public:
     void SetUp() override {
+        if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
         static int argc = 1;
         static char name[] = "brindle_shell_tests";
         static char* argv[] = {name, nullptr};
@@ -102,6 +104,10 @@ TEST_F(MainWindowTest, RefreshShowsObjectsMadeMeanwhile) {
     window.CurrentDatabase()->Execute(QStringLiteral("create view v as select * from t; create index i on t(a)"));
     window.acRefresh->trigger();
     EXPECT_EQ(groups(window.Tree()), (QStringList{"Tables (1)", "Views (1)", "Indexes (1)"}));
+    // Selecting an object shows its stored text.
+    QTreeWidgetItem* view = window.Tree()->topLevelItem(0)->child(1)->child(0);
+    window.Tree()->setCurrentItem(view);
+    EXPECT_EQ(window.DDLView()->toPlainText(), QStringLiteral("CREATE VIEW v as select * from t"));
 }
 
 }  // namespace
