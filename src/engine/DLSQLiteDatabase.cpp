@@ -32,6 +32,22 @@ QString pragmaPrefix(const QString& databaseName) {
     return databaseName.isEmpty() ? QString() : QuoteIdentifier(databaseName) + u'.';
 }
 
+// Finalizes a prepared statement however the scope is left.
+class TStatementGuard {
+public:
+    TStatementGuard() = default;
+    ~TStatementGuard() {
+        if (FStmt) drv().sqlite3_finalize(FStmt);
+    }
+    TStatementGuard(const TStatementGuard&) = delete;
+    TStatementGuard& operator=(const TStatementGuard&) = delete;
+    sqlite3_stmt*& ref() { return FStmt; }
+    sqlite3_stmt* get() const { return FStmt; }
+
+private:
+    sqlite3_stmt* FStmt = nullptr;
+};
+
 bool endsWithCI(const QString& s, const char* suffix, QString& stem) {
     const QLatin1String suf(suffix);
     if (s.size() > suf.size() && s.endsWith(suf, Qt::CaseInsensitive)) {
@@ -651,19 +667,13 @@ QString TDLSQLiteDatabase::ColumnText(sqlite3_stmt* stmt, int col) const {
 
 QString TDLSQLiteDatabase::InternalGetStringValue(const QString& SQL) {
     CheckConnected();
-    sqlite3_stmt* stmt = nullptr;
+    TStatementGuard stmt;
+    InternalPrepare(SQL, stmt.ref());
     QString result;
-    try {
-        InternalPrepare(SQL, stmt);
-        if (stmt && SQLiteCheck(drv().sqlite3_step(stmt), SQL) == SQLITE_ROW) {
-            result = ColumnText(stmt, 0);
-            SQLiteCheck(drv().sqlite3_step(stmt), SQL);
-        }
-    } catch (...) {
-        if (stmt) drv().sqlite3_finalize(stmt);
-        throw;
+    if (stmt.get() && SQLiteCheck(drv().sqlite3_step(stmt.get()), SQL) == SQLITE_ROW) {
+        result = ColumnText(stmt.get(), 0);
+        SQLiteCheck(drv().sqlite3_step(stmt.get()), SQL);
     }
-    if (stmt) drv().sqlite3_finalize(stmt);
     return result;
 }
 
@@ -671,15 +681,10 @@ QString TDLSQLiteDatabase::GetStringValue(const QString& SQL) { return InternalG
 
 void TDLSQLiteDatabase::InternalGetStringValues(const QString& SQL, QStringList& Values, int Index) {
     CheckConnected();
-    sqlite3_stmt* stmt = nullptr;
-    try {
-        InternalPrepare(SQL, stmt);
-        while (stmt && SQLiteCheck(drv().sqlite3_step(stmt), SQL) == SQLITE_ROW) Values.append(ColumnText(stmt, Index));
-    } catch (...) {
-        if (stmt) drv().sqlite3_finalize(stmt);
-        throw;
-    }
-    if (stmt) drv().sqlite3_finalize(stmt);
+    TStatementGuard stmt;
+    InternalPrepare(SQL, stmt.ref());
+    while (stmt.get() && SQLiteCheck(drv().sqlite3_step(stmt.get()), SQL) == SQLITE_ROW)
+        Values.append(ColumnText(stmt.get(), Index));
 }
 
 void TDLSQLiteDatabase::GetValues(const QString& SQL, QStringList& Values) { InternalGetStringValues(SQL, Values, 0); }
@@ -722,16 +727,10 @@ qint64 TDLSQLiteDatabase::InternalGetRecordCount(const QString& SQL) {
             // Statements that cannot stand in a subquery are counted by stepping.
         }
     }
-    sqlite3_stmt* stmt = nullptr;
+    TStatementGuard stmt;
+    InternalPrepare(SQL, stmt.ref());
     qint64 count = 0;
-    try {
-        InternalPrepare(SQL, stmt);
-        while (stmt && SQLiteCheck(drv().sqlite3_step(stmt), SQL) == SQLITE_ROW) ++count;
-    } catch (...) {
-        if (stmt) drv().sqlite3_finalize(stmt);
-        throw;
-    }
-    if (stmt) drv().sqlite3_finalize(stmt);
+    while (stmt.get() && SQLiteCheck(drv().sqlite3_step(stmt.get()), SQL) == SQLITE_ROW) ++count;
     return count;
 }
 
@@ -762,21 +761,13 @@ bool TDLSQLiteDatabase::Exists() {
 }
 
 bool TDLSQLiteDatabase::IsValidSQL(const QString& SQL) {
-    sqlite3_stmt* stmt = nullptr;
-    const int rc = InternalPrepareNoCheck(SQL, stmt);
-    if (stmt) drv().sqlite3_finalize(stmt);
-    return rc == SQLITE_OK;
+    TStatementGuard stmt;
+    return InternalPrepareNoCheck(SQL, stmt.ref()) == SQLITE_OK;
 }
 
 void TDLSQLiteDatabase::CheckValidSQL(const QString& SQL) {
-    sqlite3_stmt* stmt = nullptr;
-    try {
-        InternalPrepare(SQL, stmt);
-    } catch (...) {
-        if (stmt) drv().sqlite3_finalize(stmt);
-        throw;
-    }
-    if (stmt) drv().sqlite3_finalize(stmt);
+    TStatementGuard stmt;
+    InternalPrepare(SQL, stmt.ref());
 }
 
 int TDLSQLiteDatabase::GetEncoding() {
@@ -870,41 +861,30 @@ int TDLSQLiteDatabase::CountRows(const QString& SQL) {
     return static_cast<int>(rows.size());
 }
 
-bool TDLSQLiteDatabase::TableExists(const QString& TableName) {
+bool TDLSQLiteDatabase::ObjectExists(const QString& QualifiedName, const char* Type, bool SystemNames) {
     if (!Connected()) return false;
     QString db, name;
-    ParseObject(TableName, db, name);
-    if (db.isEmpty() || SameObject(db, QStringLiteral("main"))) {
+    ParseObject(QualifiedName, db, name);
+    if (SystemNames && (db.isEmpty() || SameObject(db, QStringLiteral("main")))) {
         if (name.compare(QLatin1String("sqlite_master"), Qt::CaseInsensitive) == 0 ||
             name.compare(QLatin1String("sqlite_temp_master"), Qt::CaseInsensitive) == 0)
             return true;
     }
-    if (DatabaseExists(db)) {
-        if (CountRows(QStringLiteral("select name from %1 where [type] like 'table' and name like %2 ")
-                          .arg(MasterTable(db), QuotedStr(name))) > 0)
-            return true;
-    }
+    if (DatabaseExists(db) &&
+        CountRows(QStringLiteral("select name from %1 where [type] like '%2' and name like %3 ")
+                      .arg(MasterTable(db), QLatin1String(Type), QuotedStr(name))) > 0)
+        return true;
+    // Unqualified names are looked up in temp too; for views too this asks
+    // for a temporary table, which is how the check has always answered.
     if (db.isEmpty())
         return CountRows(QStringLiteral("select name from sqlite_temp_master where [type] like 'table' and name like %1")
                              .arg(QuotedStr(name))) > 0;
     return false;
 }
 
-bool TDLSQLiteDatabase::ViewExists(const QString& ViewName) {
-    if (!Connected()) return false;
-    QString db, name;
-    ParseObject(ViewName, db, name);
-    if (DatabaseExists(db)) {
-        if (CountRows(QStringLiteral("select name from %1 where [type] like 'view' and name like %2 ")
-                          .arg(MasterTable(db), QuotedStr(name))) > 0)
-            return true;
-    }
-    // The fallback asks for a temporary table, not a view: kept as it is.
-    if (db.isEmpty())
-        return CountRows(QStringLiteral("select name from sqlite_temp_master where [type] like 'table' and name like %1")
-                             .arg(QuotedStr(name))) > 0;
-    return false;
-}
+bool TDLSQLiteDatabase::TableExists(const QString& TableName) { return ObjectExists(TableName, "table", true); }
+
+bool TDLSQLiteDatabase::ViewExists(const QString& ViewName) { return ObjectExists(ViewName, "view", false); }
 
 bool TDLSQLiteDatabase::DatabaseExists(const QString& Name) {
     if (Name.isEmpty()) return true;
@@ -1268,19 +1248,14 @@ void TDLSQLiteDatabase::GetFieldNamesFromTable(const QString& TableName, QString
 }
 
 void TDLSQLiteDatabase::GetFieldNamesFromSQL(const QString& SQL, QStringList& List) {
-    sqlite3_stmt* stmt = nullptr;
-    try {
-        InternalPrepare(SQL, stmt);
-    } catch (...) {
-        if (stmt) drv().sqlite3_finalize(stmt);
-        throw;
-    }
-    if (!stmt) return;
-    const int cols = drv().sqlite3_column_count(stmt);
+    TStatementGuard stmt;
+    InternalPrepare(SQL, stmt.ref());
+    if (!stmt.get()) return;
+    const int cols = drv().sqlite3_column_count(stmt.get());
     for (int c = 0; c < cols; ++c)
-        List.append(FUnicode ? QString::fromUtf16(static_cast<const char16_t*>(drv().sqlite3_column_name16(stmt, c)))
-                             : QString::fromLocal8Bit(drv().sqlite3_column_name(stmt, c)));
-    drv().sqlite3_finalize(stmt);
+        List.append(FUnicode
+                        ? QString::fromUtf16(static_cast<const char16_t*>(drv().sqlite3_column_name16(stmt.get(), c)))
+                        : QString::fromLocal8Bit(drv().sqlite3_column_name(stmt.get(), c)));
 }
 
 // ---------------------------------------------------------------------------

@@ -298,6 +298,7 @@ private:
     qint64 InternalGetRecordCount(const QString& SQL);
     QString MasterTable(const QString& DatabaseName) const;
     int CountRows(const QString& SQL);
+    bool ObjectExists(const QString& QualifiedName, const char* Type, bool SystemNames);
     void ReadTableInfo(const QString& TableName, IRecordSetPtr& Result);
     QString ColumnText(sqlite3_stmt* stmt, int col) const;
     void Attached(const QString& Name, const QString& FileName);
