@@ -1114,28 +1114,33 @@ void TDLSQLiteDatabase::ReadTableInfo(const QString& TableName, IRecordSetPtr& R
 
 void TDLSQLiteDatabase::SQLStrToDataType(const QString& SQLType, TFieldType& DataType, int& Size, int& Precision,
                                          QString& BaseType) {
-    // Affinity rules of the engine; the type-mapping table refines this.
+    QString size, precision;
+    SQLStrToDataType(SQLType, BaseType, size, precision);
+    SQLStrToDataType(SQLType, DataType, Size, Precision);
+}
+
+void TDLSQLiteDatabase::SQLStrToDataType(const QString& SQLType, QString& DataType, QString& Size,
+                                         QString& Precision) {
+    DataType.clear();
+    Size.clear();
+    Precision.clear();
+    FTypeMappings.SQLStrToDataType(SQLType, DataType, Size, Precision);
+}
+
+void TDLSQLiteDatabase::SQLStrToDataType(const QString& SQLType, TFieldType& DataType, QString& Size,
+                                         QString& Precision) {
+    DataType = ftUnknown;
+    Size.clear();
+    Precision.clear();
+    FTypeMappings.SQLStrToDataType(SQLType, DataType, Size, Precision);
+}
+
+void TDLSQLiteDatabase::SQLStrToDataType(const QString& SQLType, TFieldType& DataType, int& Size,
+                                         int& Precision) {
+    DataType = ftUnknown;
     Size = 0;
     Precision = 0;
-    BaseType = SQLType;
-    const int paren = SQLType.indexOf(u'(');
-    if (paren >= 0) {
-        BaseType = SQLType.left(paren).trimmed();
-        const QStringList args = SQLType.mid(paren + 1).remove(u')').split(u',');
-        Size = args.value(0).trimmed().toInt();
-        Precision = args.value(1).trimmed().toInt();
-    }
-    const QString u = SQLType.toUpper();
-    if (u.contains(QLatin1String("INT")))
-        DataType = ftLargeint;
-    else if (u.contains(QLatin1String("CHAR")) || u.contains(QLatin1String("CLOB")) || u.contains(QLatin1String("TEXT")))
-        DataType = ftWideString;
-    else if (u.contains(QLatin1String("BLOB")) || u.isEmpty())
-        DataType = ftBlob;
-    else if (u.contains(QLatin1String("REAL")) || u.contains(QLatin1String("FLOA")) || u.contains(QLatin1String("DOUB")))
-        DataType = ftFloat;
-    else
-        DataType = ftFloat;
+    FTypeMappings.SQLStrToDataType(SQLType, DataType, Size, Precision);
 }
 
 void TDLSQLiteDatabase::GetFields(const QString& TableName, TFieldRecords& FieldRecs) {

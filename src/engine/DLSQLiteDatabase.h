@@ -8,6 +8,7 @@
 #pragma once
 
 #include "DLDatabase.h"
+#include "DLTypeMapping.h"
 #include "SQLText.h"
 
 #include <QString>
@@ -243,10 +244,23 @@ public:
     void GetFieldNamesFromTable(const QString& TableName, QStringList& List);
     void GetFieldNamesFromSQL(const QString& SQL, QStringList& List);
 
-    // Maps declared type text to a field type; the type-mapping layer
-    // refines this.
+    // --- type mappings ------------------------------------------------------
+    // Each clears its outputs and asks FTypeMappings; an unknown type name
+    // thus gives ftUnknown here.
+    const TDLTypeMappings& TypeMappings() const { return FTypeMappings; }
+    void SetTypeMappings(const TDLTypeMappings& value) { FTypeMappings.Assign(value); }
+    // The declared type as field type, size and precision, and BaseType the
+    // type's name without its size.
     virtual void SQLStrToDataType(const QString& SQLType, TFieldType& DataType, int& Size, int& Precision,
                                   QString& BaseType);
+    void SQLStrToDataType(const QString& SQLType, QString& DataType, QString& Size, QString& Precision);
+    void SQLStrToDataType(const QString& SQLType, TFieldType& DataType, QString& Size, QString& Precision);
+    void SQLStrToDataType(const QString& SQLType, TFieldType& DataType, int& Size, int& Precision);
+    QString DataTypeToSQLStr(TFieldType DataType) const { return FTypeMappings.DataTypeToSQLStr(DataType); }
+    QString DataTypeToSQLStr(TFieldType DataType, int Size, int Precision) const {
+        return FTypeMappings.DataTypeToSQLStr(DataType, Size, Precision);
+    }
+    bool SupportsDataType(TFieldType DataType) const { return FTypeMappings.SupportsDataType(DataType); }
 
     // --- connection level -------------------------------------------------
     void Attach(const QString& FileName, const QString& Alias);
@@ -313,6 +327,7 @@ private:
     int FDefaultFieldSize = 50;
     QString FFileName;
     int FStringOptions = soUseMemo;
+    TDLTypeMappings FTypeMappings = DefaultTypeMappings();
     int FStepCounter = 0;
     bool FLoadExtensionEnabled = false;
     QString FEncryptionKey;
