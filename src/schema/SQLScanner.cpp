@@ -201,10 +201,17 @@ void ScanText(const char16_t* s, qsizetype n, Sink&& sink) {
                 }
                 ++p;
                 break;
-            case TCharClass::Word:
+            case TCharClass::Word: {
                 startToken();
-                ++p;
+                // The rest of the word at once: digits and parameter marks
+                // only extend a pending word.
+                TCharClass next;
+                do {
+                    ++p;
+                    next = ClassOf(at(p));
+                } while (next == TCharClass::Word || next == TCharClass::Digit || next == TCharClass::ParamStart);
                 break;
+            }
         }
     }
 }
