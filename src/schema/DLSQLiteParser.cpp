@@ -724,14 +724,38 @@ TSQLParser& GetParser(const QString& SQL) {
         size_t Next = 0;
     };
     constexpr size_t Size = 64;
+    // Tokens take many times the memory of their text. Beyond this much text
+    // the older parsers give theirs up (they keep text and place, and
+    // scan again when asked), so that a run of huge statements cannot pile up
+    // 64 token lists.
+    constexpr qsizetype ScannedTextBudget = 1 << 20;
     thread_local TCache cache;
+
+    TSQLParser* parser = nullptr;
+    for (const auto& p : cache.Parsers) {
+        if (p->Text() == SQL) {
+            parser = p.get();
+            break;
+        }
+    }
+    if (!parser) {
+        if (cache.Parsers.size() < Size) cache.Parsers.push_back(std::make_unique<TSQLParser>());
+        cache.Next = (cache.Next + 1) % cache.Parsers.size();
+        parser = cache.Parsers[cache.Next].get();
+        parser->SetText(SQL);
+    }
+
+    qsizetype scanned = 0;
     for (const auto& p : cache.Parsers)
-        if (p->Text() == SQL) return *p;
-    if (cache.Parsers.size() < Size) cache.Parsers.push_back(std::make_unique<TSQLParser>());
-    cache.Next = (cache.Next + 1) % cache.Parsers.size();
-    TSQLParser& parser = *cache.Parsers[cache.Next];
-    parser.SetText(SQL);
-    return parser;
+        if (p->Scanned()) scanned += p->Text().size();
+    // Oldest first: the slot after Next is the next to be reused.
+    for (size_t k = 1; k <= cache.Parsers.size() && scanned > ScannedTextBudget; ++k) {
+        TSQLParser& p = *cache.Parsers[(cache.Next + k) % cache.Parsers.size()];
+        if (&p == parser || !p.Scanned()) continue;
+        scanned -= p.Text().size();
+        p.Release();
+    }
+    return *parser;
 }
 
 QString GetTableNameFromSQL(const QString& SQL) {

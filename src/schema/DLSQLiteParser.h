@@ -130,10 +130,11 @@ private:
     TSQLTokenType FSQLCommand = stUnknown;
 };
 
-// A parser holding the text, scanned and labelled. Each thread keeps its own
-// cache of the last 64 texts, so the reference stays valid until 64 further
-// different texts have been parsed on the calling thread, and worker threads
-// never share a parser.
+// A parser holding the text, labelled on the first question. Each thread
+// keeps its own cache of the last 64 texts, so the reference stays valid until
+// 64 further different texts have been parsed on the calling thread, and
+// worker threads never share a parser. Pointers to its tokens last only until
+// the next call: a call may release the tokens of older parsers.
 TSQLParser& GetParser(const QString& SQL);
 
 // The parser's questions on a text, through GetParser. ParseSQL,

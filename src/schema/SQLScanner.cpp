@@ -209,7 +209,8 @@ void ScanText(const char16_t* s, qsizetype n, Sink&& sink) {
                 do {
                     ++p;
                     next = ClassOf(at(p));
-                } while (next == TCharClass::Word || next == TCharClass::Digit || next == TCharClass::ParamStart);
+                } while (next == TCharClass::Word || next == TCharClass::Digit ||
+                         next == TCharClass::ParamStart);
                 break;
             }
         }
@@ -543,6 +544,7 @@ std::unique_ptr<TToken> TTokenizer::CreateToken() {
 
 void TTokenizer::UnInitialize() {
     FInitialized = false;
+    FTokens.Clear();  // the memory goes now, not at the next scan
 }
 
 void TTokenizer::ParseText() {

@@ -86,6 +86,10 @@ public:
     TToken* GetTokens(int Index);
     int GetTokenCount();
     void Delete(int Index);
+    // Whether the tokens of the text exist now; Release drops them, to be
+    // made again on the next question.
+    bool Scanned() const { return FInitialized; }
+    void Release() { UnInitialize(); }
 
 protected:
     virtual void InternalGetTokens();

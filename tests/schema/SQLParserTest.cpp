@@ -183,6 +183,17 @@ TEST(SQLParser, CacheKeepsParsersPerThread) {
         EXPECT_EQ(parser->Text(), S("select * from t64")) << "the 64th further text takes the oldest slot";
         EXPECT_EQ(parser->GetTableName(), S("t64"));
         EXPECT_NE(parser, mine);
+
+        // Huge texts do not keep their tokens piling up in the cache.
+        const QString filler = QStringLiteral(" and a = 1").repeated(60000);
+        TSQLParser& big1 = GetParser(S("select * from big1 where 1") + filler);
+        ASSERT_GT(big1.GetTokenCount(), 0);
+        TSQLParser& big2 = GetParser(S("select * from big2 where 1") + filler);
+        ASSERT_GT(big2.GetTokenCount(), 0);
+        GetParser(S("select 1"));
+        EXPECT_FALSE(big1.Scanned());
+        EXPECT_TRUE(big2.Scanned());
+        EXPECT_EQ(big1.GetTableName(), S("big1")) << "a released parser scans again";
     }).join();
 }
 
