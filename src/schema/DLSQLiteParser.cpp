@@ -415,6 +415,12 @@ int TSQLParser::IndexOf(const TSQLTokenTypes& Roles, int From) {
     return -1;
 }
 
+int TSQLParser::LastIndexOf(TSQLTokenType Role) {
+    for (int i = GetTokenCount() - 1; i >= 0; --i)
+        if (this->Role(i) == Role) return i;
+    return -1;
+}
+
 int TSQLParser::IndexOfInSection(TSQLTokenType Role, TSQLTokenType Section, int From) {
     const int n = GetTokenCount();
     for (int i = std::max(From, 0); i < n; ++i) {
@@ -533,9 +539,8 @@ QString TSQLParser::GetIndexFieldSortOrder(const QString& FieldName) {
 
 QString TSQLParser::GetIndexWhereClause() {
     if (SQLCommand() != stCreateIndex) return QString();
-    int last = -1;
-    for (int i = IndexOf(stWhere); i >= 0; i = IndexOf(stWhere, i + 1)) last = i;
-    return last < 0 ? QString() : TextBehind(last).trimmed();
+    const int where = LastIndexOf(stWhere);
+    return where < 0 ? QString() : TextBehind(where).trimmed();
 }
 
 QString TSQLParser::GetDatabaseName() {

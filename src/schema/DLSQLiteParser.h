@@ -103,6 +103,7 @@ public:
     // Walking the labels. Indexes are token indexes; -1 means none.
     int IndexOf(TSQLTokenType Role, int From = 0);
     int IndexOf(const TSQLTokenTypes& Roles, int From = 0);
+    int LastIndexOf(TSQLTokenType Role);
     int IndexOfInSection(TSQLTokenType Role, TSQLTokenType Section, int From = 0);
     // The ")" that closes the "(" at OpenIndex.
     int ClosingParen(int OpenIndex);
