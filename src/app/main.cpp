@@ -2,6 +2,7 @@
 // file named on the command line.
 #include "engine/DLDatabase.h"
 #include "engine/DLSQLite3API.h"
+#include "schema/DLSQLiteParser.h"
 #include "shell/SCMain.h"
 
 #include <QApplication>
@@ -14,6 +15,8 @@ int main(int argc, char* argv[]) {
     QApplication::setOrganizationName(QStringLiteral("Brindle"));
     QApplication::setApplicationName(QStringLiteral("Desk 3.x"));
     QApplication::setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
+    // Statements are split and classified by the full parser from here on.
+    brindle::InstallSQLParserServices();
 
     brindle::SetWaitCursorHook([](bool busy) {
         if (busy)

@@ -13,38 +13,47 @@
 
 namespace brindle {
 
-// Statement kinds, as the first keywords of a statement give them.
+// Every keyword type, token role and statement kind of the SQL parser, in one
+// enumeration: stUnknown, then the rest in alphabetical order. The engine asks
+// for statement kinds only; the parser in the schema layer uses them all. The
+// list is a macro so that the parser can name the values without a second copy.
+// clang-format off
+#define BRINDLE_SQL_TOKEN_TYPES(X) \
+    X(Unknown) X(Abort) X(Action) X(Add) X(AddColumn) X(After) X(All) X(AllFields) X(Alter) X(AlterTable) \
+    X(Analyze) X(And) X(As) X(Ascending) X(Attach) X(Autoincrement) X(Avg) X(Before) X(Begin) X(Between) \
+    X(By) X(Cascade) X(Case) X(Cast) X(Check) X(CheckExpr) X(ChildFieldName) X(CloseParen) X(Collate) \
+    X(CollateOption) X(Column) X(Comma) X(Commit) X(Conflict) X(Constraint) X(ConstraintName) X(Count) \
+    X(Create) X(CreateIndex) X(CreateTable) X(CreateTrigger) X(CreateView) X(CreateVirtualTable) X(Cross) \
+    X(CurrentDate) X(CurrentTime) X(CurrentTimestamp) X(Database) X(DatabaseName) X(Default) \
+    X(DefaultValue) X(DefaultValues) X(Deferrable) X(Deferred) X(Delete) X(Descending) X(Detach) \
+    X(Distinct) X(Dot) X(Drop) X(DropIndex) X(DropTable) X(DropTrigger) X(DropView) X(Each) X(Else) X(End) \
+    X(EntryPoint) X(Escape) X(Except) X(Exclusive) X(Exists) X(Explain) X(Expression) X(Fail) \
+    X(FieldAlias) X(FieldName) X(FieldPrecision) X(FieldSize) X(FieldType) X(FileName) X(For) \
+    X(ForEachRow) X(ForEachStatement) X(Foreign) X(ForeignKey) X(ForUpdate) X(From) X(Full) X(Glob) \
+    X(Group) X(GroupBy) X(Having) X(If) X(IfExists) X(IfNotExists) X(Ignore) X(Immediate) X(In) X(Index) \
+    X(Indexed) X(IndexedBy) X(IndexName) X(Initially) X(InitiallyDeferred) X(InitiallyImmediate) X(Inner) \
+    X(Insert) X(Instead) X(InsteadOf) X(Intersect) X(Into) X(Is) X(IsNotNull) X(IsNull) X(Join) X(Key) \
+    X(Left) X(Like) X(Limit) X(Literal) X(LoadExtension) X(Match) X(MatchName) X(Max) X(Min) \
+    X(ModuleArgument) X(ModuleName) X(Natural) X(No) X(NoAction) X(Not) X(NotDeferrable) X(NotIndexed) \
+    X(NotNull) X(Null) X(Number) X(Of) X(Offset) X(On) X(OnConflict) X(OnConflictClause) X(OnDelete) \
+    X(OnDeleteAction) X(OnUpdate) X(OnUpdateAction) X(OpenParen) X(Operator) X(Or) X(Order) X(OrderBy) \
+    X(Outer) X(Param) X(ParentFieldName) X(ParentTableName) X(Plan) X(Pragma) X(PragmaName) X(Predicate) \
+    X(Primary) X(PrimaryKey) X(PrimaryKeyFieldName) X(Query) X(QueryPlan) X(Raise) X(References) X(Regexp) \
+    X(Reindex) X(Release) X(Rename) X(RenameTo) X(Replace) X(Restrict) X(Right) X(Rollback) X(Row) \
+    X(Savepoint) X(SavepointName) X(Select) X(Semicolon) X(Set) X(SetDefault) X(SetNull) X(Sum) X(Table) \
+    X(TableAlias) X(TableName) X(Temp) X(Temporary) X(Then) X(To) X(Total) X(Transaction) X(Trigger) \
+    X(TriggerName) X(Union) X(Unique) X(UniqueFieldName) X(Update) X(UpdateOf) X(Using) X(Vacuum) X(Value) \
+    X(Values) X(View) X(ViewName) X(Virtual) X(When) X(Where) X(WithoutRowid)
+// clang-format on
+
 enum TSQLTokenType {
-    stUnknown,
-    stAlterTable,
-    stAnalyze,
-    stAttach,
-    stBegin,
-    stCommit,
-    stCreateIndex,
-    stCreateTable,
-    stCreateTrigger,
-    stCreateView,
-    stCreateVirtualTable,
-    stDelete,
-    stDetach,
-    stDropIndex,
-    stDropTable,
-    stDropTrigger,
-    stDropView,
-    stEnd,
-    stExplain,
-    stInsert,
-    stPragma,
-    stReindex,
-    stRelease,
-    stReplace,
-    stRollback,
-    stSavepoint,
-    stSelect,
-    stUpdate,
-    stVacuum,
+#define BRINDLE_SQL_TOKEN_TYPE_VALUE(name) st##name,
+    BRINDLE_SQL_TOKEN_TYPES(BRINDLE_SQL_TOKEN_TYPE_VALUE)
+#undef BRINDLE_SQL_TOKEN_TYPE_VALUE
 };
+
+constexpr int SQL_TOKEN_TYPE_COUNT = stWithoutRowid + 1;
+static_assert(SQL_TOKEN_TYPE_COUNT == 210);
 
 // The services; any member left empty falls back to the lexical reader.
 struct TSQLTextServices {

@@ -1,0 +1,168 @@
+// The tolerant SQL labeller. It builds no tree and rejects nothing: every
+// token gets a role (a TSQLTokenType) from the statement kind, the clause it
+// stands in and the one or two tokens before it. Questions about SQL text are
+// answered by walking the labels, and verbatim pieces (check expressions,
+// trigger bodies, view selects) are cut from the source by token position.
+#pragma once
+
+#include "SQLScanner.h"
+
+#include <QString>
+#include <QStringList>
+#include <array>
+#include <cstdint>
+#include <initializer_list>
+
+namespace brindle {
+
+// A set of token types.
+class TSQLTokenTypes {
+public:
+    constexpr TSQLTokenTypes() = default;
+    constexpr TSQLTokenTypes(std::initializer_list<TSQLTokenType> Types) {
+        for (TSQLTokenType t : Types) FBits[t / 64] |= std::uint64_t(1) << (t % 64);
+    }
+    constexpr bool Contains(TSQLTokenType Type) const { return (FBits[Type / 64] >> (Type % 64)) & 1; }
+
+private:
+    std::array<std::uint64_t, (SQL_TOKEN_TYPE_COUNT + 63) / 64> FBits{};
+};
+
+// The words that decide a statement's kind: the first of them in a text wins.
+inline constexpr TSQLTokenTypes SQLCommands{
+    stAlterTable,  stAnalyze,     stAttach,        stBegin,      stCommit,
+    stCreateIndex, stCreateTable, stCreateTrigger, stCreateView, stCreateVirtualTable,
+    stDelete,      stDetach,      stDropIndex,     stDropTable,  stDropTrigger,
+    stDropView,    stEnd,         stExplain,       stInsert,     stPragma,
+    stReindex,     stRelease,     stReplace,       stRollback,   stSavepoint,
+    stSelect,      stUpdate,      stVacuum};
+
+// The words that open a clause, when they stand outside parentheses. CREATE
+// VIEW and CREATE TRIGGER open none.
+inline constexpr TSQLTokenTypes SQLSections{stCreateIndex, stCreateTable,   stCreateVirtualTable,
+                                            stFrom,        stGroupBy,       stInsert,
+                                            stJoin,        stLoadExtension, stOn,
+                                            stOrderBy,     stSelect,        stUpdate,
+                                            stValues,      stWhere};
+
+// "stTableName" for stTableName: for tests and diagnostics.
+QString SQLTokenTypeName(TSQLTokenType Type);
+
+class TSQLParser : public TTokenizer {
+public:
+    // The statement kind: the first word of SQLCommands in the text.
+    TSQLTokenType SQLCommand();
+    TSQLToken* SQLTokens(int Index) { return static_cast<TSQLToken*>(GetTokens(Index)); }
+
+    // Tables of a query: the first of its FROM clause, every one, the number
+    // in the FROM clause, and the first with its database as written.
+    QString GetTableName();
+    void GetAllTableNames(QStringList& List);
+    int GetTableCount();
+    void GetFullTableName(QString& DatabaseName, QString& TableName);
+
+    // CREATE INDEX: a column's COLLATE and ASC/DESC words as written, and the
+    // partial index's condition.
+    QString GetIndexCollateOption(const QString& FieldName);
+    QString GetIndexFieldSortOrder(const QString& FieldName);
+    QString GetIndexWhereClause();
+
+    // ATTACH and DETACH: the schema name as written; ATTACH: the file name.
+    QString GetDatabaseName();
+    QString GetFileName();
+    // SAVEPOINT, RELEASE, ROLLBACK TO: the name through QuoteObjectIfNeeded.
+    QString GetSavepointName();
+    // A load_extension(file [, entry]) call: both dequoted; false when none.
+    bool GetLoadExtensionParams(QString& FileName, QString& EntryPoint);
+    // CREATE VIRTUAL TABLE: the module, unquoted.
+    QString GetVirtualTableModule();
+    // CREATE TRIGGER: the database of the table behind ON, unquoted.
+    QString GetTriggerDatabaseName();
+    bool IsWithoutRowid();
+
+    // The text with its first table or trigger name replaced, all else as it was.
+    QString ReplaceTableNameInTrigger(const QString& NewTableName);
+    QString ReplaceTriggerName(const QString& NewTriggerName);
+
+    // Queries.
+    QString StripOrderBy();
+    bool HasOrderBy();
+    bool HasSubquery();
+    // Only plain names in the select list and FROM clause: the query can be
+    // edited in place.
+    bool IsSimpleSelect();
+    QString GetSelectClause();
+    // db.table.* becomes table.*, which the engine takes.
+    QString PostProcess();
+    // A filter in the engine's terms (TRUE, FALSE, = NULL); empty when it
+    // names an excluded field.
+    QString FixFilterExpression(const QStringList& ExcludedFieldNames);
+    void GetParams(QStringList& Params);
+    bool Contains(const TSQLTokenTypes& TokenTypes);
+
+    // Walking the labels. Indexes are token indexes; -1 means none.
+    int IndexOf(TSQLTokenType Role, int From = 0);
+    int IndexOf(const TSQLTokenTypes& Roles, int From = 0);
+    int LastIndexOf(TSQLTokenType Role);
+    int IndexOfInSection(TSQLTokenType Role, TSQLTokenType Section, int From = 0);
+    // The ")" that closes the "(" at OpenIndex.
+    int ClosingParen(int OpenIndex);
+    // Verbatim source text, comments included: from the start of token First
+    // through the end of token Last; strictly between two tokens (After may be
+    // the token count: up to the end); behind a token; from a token on; and
+    // in front of a token.
+    QString SourceText(int First, int Last);
+    QString TextBetween(int Before, int After);
+    QString TextBehind(int Index);
+    QString TextFrom(int Index);
+    QString TextBefore(int Index);
+
+protected:
+    void InternalGetTokens() override;
+    std::unique_ptr<TToken> CreateToken() override;
+    void UnInitialize() override;
+
+private:
+    void InternalFixTokens();
+    // Replaces the token's characters in a copy of the text.
+    QString ReplaceToken(int Index, const QString& Value);
+    TSQLTokenType Role(int Index) { return SQLTokens(Index)->FSQLToken; }
+
+    TSQLTokenType FSQLCommand = stUnknown;
+};
+
+// A parser holding the text, labelled on the first question. Each thread
+// keeps its own cache of the last 64 texts, so the reference stays valid until
+// 64 further different texts have been parsed on the calling thread, and
+// worker threads never share a parser. Pointers to its tokens last only until
+// the next call: a call may release the tokens of older parsers.
+TSQLParser& GetParser(const QString& SQL);
+
+// The parser's questions on a text, through GetParser. ParseSQL,
+// GetSQLCommand, GetSavepointName, GetDatabaseNameFromSQL, GetFileNameFromSQL,
+// GetLoadExtensionParams and IsWithoutRowid are the engine's (SQLText.h),
+// answered by the parser once it is installed.
+QString GetTableNameFromSQL(const QString& SQL);
+void GetAllTableNamesFromSQL(const QString& SQL, QStringList& List);
+int GetTableCountFromSQL(const QString& SQL);
+void GetFullTableNameFromSQL(const QString& SQL, QString& DatabaseName, QString& TableName);
+QString GetIndexCollateOption(const QString& SQL, const QString& FieldName);
+QString GetIndexFieldSortOrder(const QString& SQL, const QString& FieldName);
+QString GetIndexWhereClause(const QString& SQL);
+QString ReplaceTableNameInTrigger(const QString& SQL, const QString& NewTableName);
+QString ReplaceTriggerName(const QString& SQL, const QString& NewTriggerName);
+QString StripOrderBy(const QString& SQL);
+bool HasOrderBy(const QString& SQL);
+bool HasSubquery(const QString& SQL);
+bool IsSimpleSelect(const QString& SQL);
+QString GetSelectClause(const QString& SQL);
+QString PostProcessSQL(const QString& SQL);
+QString FixFilterExpression(const QString& SQL, const QStringList& ExcludedFieldNames);
+void GetParamsFromSQL(const QString& SQL, QStringList& Params);
+bool SQLContains(const QString& SQL, const TSQLTokenTypes& TokenTypes);
+
+// Makes the engine's SQL text services answer through this parser. Called once
+// at program start, on the main thread, before any database opens.
+void InstallSQLParserServices();
+
+}  // namespace brindle
