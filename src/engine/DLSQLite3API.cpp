@@ -299,37 +299,33 @@ void TSQLite3BaseDriver::sqlite3drv_check_error_msg(sqlite3* db, int ErrorCode) 
     if (!msg.isEmpty()) throw ESQLiteException(msg, QStringLiteral("ErrorCode"), QString::number(ErrorCode));
 }
 
+int TSQLite3BaseDriver::TrackOpened(int rc, sqlite3* db) {
+    if (db) {
+        std::lock_guard<std::mutex> g(FLock);
+        FDatabases.push_back(db);
+    }
+    return rc;
+}
+
 int TSQLite3BaseDriver::sqlite3_open(const char* dbName, sqlite3** db) {
     *db = nullptr;
     if (!_sqlite3_open) return SQLITE_MISUSE;
-    const int rc = _sqlite3_open(dbName, db);
-    if (*db) {
-        std::lock_guard<std::mutex> g(FLock);
-        FDatabases.push_back(*db);
-    }
-    return rc;
+    const int rc = _sqlite3_open(dbName, db);  // the handle exists only after the call
+    return TrackOpened(rc, *db);
 }
 
 int TSQLite3BaseDriver::sqlite3_open16(const void* dbName, sqlite3** db) {
     *db = nullptr;
     if (!_sqlite3_open16) return SQLITE_MISUSE;
-    const int rc = _sqlite3_open16(dbName, db);
-    if (*db) {
-        std::lock_guard<std::mutex> g(FLock);
-        FDatabases.push_back(*db);
-    }
-    return rc;
+    const int rc = _sqlite3_open16(dbName, db);  // the handle exists only after the call
+    return TrackOpened(rc, *db);
 }
 
 int TSQLite3BaseDriver::sqlite3_open_v2(const char* dbName, sqlite3** db, int Flags, const char* VFS) {
     *db = nullptr;
     if (!_sqlite3_open_v2) return SQLITE_MISUSE;
-    const int rc = _sqlite3_open_v2(dbName, db, Flags, VFS);
-    if (*db) {
-        std::lock_guard<std::mutex> g(FLock);
-        FDatabases.push_back(*db);
-    }
-    return rc;
+    const int rc = _sqlite3_open_v2(dbName, db, Flags, VFS);  // the handle exists only after the call
+    return TrackOpened(rc, *db);
 }
 
 int TSQLite3BaseDriver::sqlite3_close(sqlite3* db) {

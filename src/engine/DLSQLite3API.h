@@ -84,6 +84,8 @@ protected:
     // Runs a probe statement on a scratch in-memory database.
     bool ProbeStatement(const char* setup, const char* statement);
     void ClearEntries();
+    // Records a handle that an open returned, also after a failed open.
+    int TrackOpened(int rc, sqlite3* db);
     // Binds every entry by name from DLLHandle; false at the first missing
     // required one.
     bool BindLibraryEntries();

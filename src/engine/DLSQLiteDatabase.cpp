@@ -158,21 +158,19 @@ int ValidateStringOptions(int options) {
     return (options & (soUseMemo | soUseDefaultSize)) ? options : (options | soUseMemo);
 }
 
-int TSQLiteDatabaseParams::AutoVacuum() const {
+int TSQLiteDatabaseParams::IntPragma(const char* name) const {
     bool ok = false;
-    const int v = FOwner->GetStringValue(QStringLiteral("pragma auto_vacuum")).toInt(&ok);
+    const int v = FOwner->GetStringValue(QStringLiteral("pragma ") + QLatin1String(name)).toInt(&ok);
     return ok ? v : 0;
 }
+
+int TSQLiteDatabaseParams::AutoVacuum() const { return IntPragma("auto_vacuum"); }
 
 void TSQLiteDatabaseParams::SetAutoVacuum(int value) {
     FOwner->Execute(QStringLiteral("pragma auto_vacuum = \"%1\"").arg(value));
 }
 
-int TSQLiteDatabaseParams::PageSize() const {
-    bool ok = false;
-    const int v = FOwner->GetStringValue(QStringLiteral("pragma page_size")).toInt(&ok);
-    return ok ? v : 0;
-}
+int TSQLiteDatabaseParams::PageSize() const { return IntPragma("page_size"); }
 
 void TSQLiteDatabaseParams::SetPageSize(int value) {
     FOwner->Execute(QStringLiteral("pragma page_size = \"%1\"").arg(value));

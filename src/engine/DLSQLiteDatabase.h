@@ -112,6 +112,8 @@ public:
     void SetEncoding(const QString& value);
 
 private:
+    // The pragma's value as a number; 0 when it does not read as one.
+    int IntPragma(const char* name) const;
     TDLSQLiteDatabase* FOwner;  // not owned
 };
 
