@@ -18,6 +18,14 @@ namespace brindle {
 
 namespace {
 
+// A name as the pattern of a LIKE: case-insensitive as names are, but an
+// "_" or "%" in the name matches only itself.
+QString LikeName(const QString& name) {
+    QString pattern = name;
+    pattern.replace(u'\\', QStringLiteral("\\\\")).replace(u'%', QStringLiteral("\\%")).replace(u'_', QStringLiteral("\\_"));
+    return QuotedStr(pattern) + QStringLiteral(" escape '\\'");
+}
+
 TSQLite3Driver& drv() {
     BRINDLE_ASSERT(SQLite3Driver, "no SQLite driver");
     return *SQLite3Driver;
@@ -870,13 +878,13 @@ bool TDLSQLiteDatabase::ObjectExists(const QString& QualifiedName, const char* T
     }
     if (DatabaseExists(db) &&
         CountRows(QStringLiteral("select name from %1 where [type] like '%2' and name like %3 ")
-                      .arg(MasterTable(db), QLatin1String(Type), QuotedStr(name))) > 0)
+                      .arg(MasterTable(db), QLatin1String(Type), LikeName(name))) > 0)
         return true;
     // Unqualified names are looked up in temp too; for views too this asks
     // for a temporary table, which is how the check has always answered.
     if (db.isEmpty())
         return CountRows(QStringLiteral("select name from sqlite_temp_master where [type] like 'table' and name like %1")
-                             .arg(QuotedStr(name))) > 0;
+                             .arg(LikeName(name))) > 0;
     return false;
 }
 
@@ -914,9 +922,9 @@ QString TDLSQLiteDatabase::GetObjectDDL(const QString& OwnerName, const QString&
     ParseObject(ObjectName, db, name);
     if (!OwnerName.isEmpty()) db = OwnerName;
     QString sql = GetStringValue(
-        QStringLiteral("select SQL from %1 where name like %2").arg(MasterTable(db), QuotedStr(name)));
+        QStringLiteral("select SQL from %1 where name like %2").arg(MasterTable(db), LikeName(name)));
     if (sql.isEmpty() && db.isEmpty())
-        sql = GetStringValue(QStringLiteral("select SQL from sqlite_temp_master where name like %1").arg(QuotedStr(name)));
+        sql = GetStringValue(QStringLiteral("select SQL from sqlite_temp_master where name like %1").arg(LikeName(name)));
     return sql;
 }
 
@@ -926,11 +934,11 @@ QString TDLSQLiteDatabase::GetTriggerDDL(const QString& OwnerName, const QString
     if (!OwnerName.isEmpty()) db = OwnerName;
     const QString master = IsTemporary ? QStringLiteral("sqlite_temp_master") : MasterTable(db);
     QString sql = GetStringValue(QStringLiteral("select SQL from %1 where name like %2 and [type] like 'trigger'")
-                                     .arg(master, QuotedStr(name)));
+                                     .arg(master, LikeName(name)));
     if (sql.isEmpty() && db.isEmpty())
         sql = GetStringValue(
             QStringLiteral("select SQL from sqlite_temp_master where name like %1 and [type] like 'trigger'")
-                .arg(QuotedStr(name)));
+                .arg(LikeName(name)));
     return sql;
 }
 
@@ -1055,11 +1063,11 @@ void TDLSQLiteDatabase::GetIndexNames(const QString& TableName, QStringList& Ind
     QString db, name;
     ParseObject(TableName, db, name);
     GetValues(QStringLiteral("select name from %1 where tbl_name like %2 and [type] like 'index'")
-                  .arg(MasterTable(db), QuotedStr(name)),
+                  .arg(MasterTable(db), LikeName(name)),
               IndexNames);
     if (db.isEmpty())
         GetValues(QStringLiteral("select name from sqlite_temp_master where tbl_name like %1 and [type] like 'index'")
-                      .arg(QuotedStr(name)),
+                      .arg(LikeName(name)),
                   IndexNames);
 }
 
@@ -1068,7 +1076,7 @@ void TDLSQLiteDatabase::GetTriggerNames(const QString& TableName, QStringList& T
     ParseObject(TableName, db, name);
     if (SameObject(db, QStringLiteral("temp"))) return;
     GetValues(QStringLiteral("select name from %1 where tbl_name like %2 and [type] like 'trigger'")
-                  .arg(MasterTable(db), QuotedStr(name)),
+                  .arg(MasterTable(db), LikeName(name)),
               TriggerNames);
 }
 
@@ -1076,7 +1084,7 @@ void TDLSQLiteDatabase::GetTemporaryTriggerNames(const QString& TableName, QStri
     QString db, name;
     ParseObject(TableName, db, name);
     const QString sql = QStringLiteral("select name from sqlite_temp_master where tbl_name like %1 and [type] like 'trigger'")
-                            .arg(QuotedStr(name));
+                            .arg(LikeName(name));
     if (SameObject(db, QStringLiteral("temp"))) {
         GetValues(sql, TriggerNames);
         return;
@@ -1089,7 +1097,7 @@ void TDLSQLiteDatabase::GetTemporaryTriggerNames(const QString& TableName, QStri
     for (const QString& n : names) {
         const QString ddl = GetStringValue(
             QStringLiteral("select sql from sqlite_temp_master where name like %1 and [type] like 'trigger'")
-                .arg(QuotedStr(n)));
+                .arg(LikeName(n)));
         QString trigDb = GetTriggerDatabaseName(ddl);
         if (trigDb.isEmpty()) trigDb = QStringLiteral("main");
         if (SameObject(trigDb, tableDb)) TriggerNames.append(n);
@@ -1175,10 +1183,14 @@ void TDLSQLiteDatabase::GetIndexes(const QString& TableName, TIndexRecords& Inde
         GetRecordSet(QStringLiteral("pragma %1index_list(%2)").arg(pragmaPrefix(db), QuoteIdentifier(name)));
     TIndexRecords result;
     if (hasPrimaryKey) result.push_back({QString(), ixPrimary | ixUnique});
+    // Engines since 3.8.9 tell which index stems from the key; older ones
+    // leave a guess at the first automatic index.
+    const bool hasOrigin = list->GetNames().contains(QLatin1String("origin"));
     for (int r = 0; r < list->GetRecordCount(); ++r) {
         const QString ixName = list->GetValueByName(r, QStringLiteral("name"));
-        if (hasPrimaryKey && !integerPrimaryKey && result[0].IndexName.isEmpty() &&
-            ixName.left(17) == QLatin1String("sqlite_autoindex_")) {
+        const bool keyIndex = hasOrigin ? list->GetValueByName(r, QStringLiteral("origin")) == QLatin1String("pk")
+                                        : ixName.left(17) == QLatin1String("sqlite_autoindex_");
+        if (hasPrimaryKey && !integerPrimaryKey && result[0].IndexName.isEmpty() && keyIndex) {
             result[0].IndexName = ixName;
             continue;
         }

@@ -224,7 +224,16 @@ bool TDLTableDef::HasUnsupportedClauses() const {
     if (!FUnsupportedClauses.isEmpty()) return true;
     for (const auto& f : FFields)
         if (!f->FUnsupportedClauses.isEmpty()) return true;
+    for (const auto& i : FIndexes)
+        if (!i->FUnsupportedClauses.isEmpty()) return true;
     return false;
+}
+
+std::unique_ptr<TDLIndexDef> TDLTableDef::TakeIndex(int i) {
+    auto it = FIndexes.begin() + i;
+    std::unique_ptr<TDLIndexDef> index = std::move(*it);
+    FIndexes.erase(it);
+    return index;
 }
 
 QString TDLTableDef::GetSQLFieldNames(const TDLIndexDef& DLIndexDef) {

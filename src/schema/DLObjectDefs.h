@@ -89,6 +89,9 @@ public:
     TDLIndexFieldDefs FIndexFields;
     QString FConflictClause;
     QString FWhereClause;  // partial index condition, without WHERE
+    // Parts of the stored index that no member here holds (a column that is
+    // an expression); see TDLFieldDef.
+    QStringList FUnsupportedClauses;
 };
 
 class TDLUniqueConstraintDef {
@@ -235,6 +238,8 @@ public:
     TDLIndexDef& AddIndex(std::unique_ptr<TDLIndexDef> Index);
     TDLIndexDef& AddIndex(const QString& IndexName, TDLIndexFieldDefs Fields, int Options,
                           const QString& ConflictClause = QString(), const QString& WhereClause = QString());
+    // Removes the index from the table and hands it to the caller.
+    std::unique_ptr<TDLIndexDef> TakeIndex(int i);
     TDLTriggerDef& AddTrigger(std::unique_ptr<TDLTriggerDef> Trigger) {
         return FTriggers.Add(std::move(Trigger));
     }
@@ -252,7 +257,8 @@ public:
     static QString GetSQLFieldNames(const TDLIndexDef& DLIndexDef);
     // Exact, case-sensitive name; null when absent.
     TDLIndexDef* FindIndex(const QString& IndexName) const;
-    // The table or one of its fields has clauses the CREATE text would drop.
+    // The table, one of its fields or indexes has clauses the CREATE text
+    // would drop.
     bool HasUnsupportedClauses() const;
 
     QString FTableName;  // may be qualified, "main.t"

@@ -195,7 +195,9 @@ int CommandRole(const TRuleContext& c) {
             }
         }
         case stCreateVirtualTable:
-            if (c.Behind(stCreateVirtualTable)) return dot ? stDatabaseName : stTableName;
+            // IF NOT EXISTS is kept in the stored text, so the name may stand behind it.
+            if (c.Behind(stCreateVirtualTable) || c.Behind(stCreateVirtualTable, stIfNotExists))
+                return dot ? stDatabaseName : stTableName;
             if (c.Behind(stDatabaseName, stDot)) return stTableName;
             break;
         default:

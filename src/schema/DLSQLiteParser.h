@@ -6,12 +6,14 @@
 #pragma once
 
 #include "SQLScanner.h"
+#include "engine/DLParams.h"
 
 #include <QString>
 #include <QStringList>
 #include <array>
 #include <cstdint>
 #include <initializer_list>
+#include <vector>
 
 namespace brindle {
 
@@ -48,6 +50,111 @@ inline constexpr TSQLTokenTypes SQLSections{stCreateIndex, stCreateTable,   stCr
 // "stTableName" for stTableName: for tests and diagnostics.
 QString SQLTokenTypeName(TSQLTokenType Type);
 
+// What the readers below take from stored text. Names are unquoted; conflict
+// words, collations, actions and deferral phrases are kept as written.
+struct TPrimaryKeyFieldRec {
+    QString FieldName;
+    QString SortOrder;  // "ASC", "DESC" or empty
+    bool Autoincrement = false;
+    QString Collate;
+};
+
+struct TPrimaryKeyRec {
+    std::vector<TPrimaryKeyFieldRec> Fields;
+    QString ConflictClause;
+};
+
+struct TUniqueConstraintRec {
+    QString ConstraintName;
+    QStringList Fields;
+    QString ConflictClause;
+};
+
+struct TCheckConstraintRec {
+    QString ConstraintName;
+    QString Expression;  // verbatim, without the parentheses
+};
+
+struct TForeignKeyRec {
+    QString ConstraintName;
+    QString ParentTableName;
+    QStringList ChildKey;
+    QStringList ParentKey;
+    QString OnDeleteAction;
+    QString OnUpdateAction;
+    QString MatchName;
+    QString Deferrable;  // "DEFERRABLE" or "NOT DEFERRABLE"
+    QString Initially;   // "INITIALLY DEFERRED" or "INITIALLY IMMEDIATE"
+};
+
+// Check and Default stay empty: defaults come from the catalogue.
+struct TSQLFieldRec {
+    bool NotNull = false;
+    QString NotNullConflictClause;
+    QString Check;
+    QString Default;
+    QString Collate;
+};
+
+// Only AsClause is filled: name and temporariness come from the catalogue.
+struct TViewDataRec {
+    QString ViewName;
+    bool IsTemporary = false;
+    QString AsClause;
+};
+
+struct TTriggerRec {
+    QString TriggerName;   // unquoted
+    QString WhenClause;    // BEFORE, AFTER or INSTEAD OF, as written
+    QString DatabaseEvent; // DELETE, INSERT, UPDATE or UPDATE OF, as written
+    QStringList Fields;    // the columns of UPDATE OF, unquoted
+    QString DatabaseName;  // as written
+    QString TableName;     // as written
+    QString ActionFor;     // FOR EACH ROW, as written
+    QString ActionWhen;    // the word WHEN, as written
+    QString WhenExpression;
+    QString TriggerAction;  // from BEGIN to the end, verbatim
+};
+
+struct TVirtualTableRec {
+    QString DatabaseName;
+    QString TableName;  // unquoted
+    QString ModuleName;
+    QString ModuleArguments;  // between the parentheses, verbatim and untrimmed
+};
+
+// A table of a query's FROM clause. The key members are filled by the
+// dataset that edits the query.
+struct TTableInfoRec {
+    QString DatabaseName;
+    QString TableName;
+    QString TableAlias;
+    int RowIDIndex = -1;
+    QString RowIDField;
+    QStringList KeyFieldNames;
+    QStringList OriginKeyFieldNames;
+};
+
+// A column of a query's select list.
+struct TFieldInfoRec {
+    int TableIndex = 0;
+    QString FieldName;
+    QString OriginalFieldName;
+    QString FieldAlias;
+    QString FinalName;
+    QString DeclaredType;
+    TFieldType DataType = ftUnknown;
+    bool Loaded = false;
+    bool Hidden = false;
+};
+
+// A clause of a CREATE text that the definitions cannot hold; FieldName is
+// empty for a clause of the whole table or view.
+struct TUnsupportedClause {
+    QString FieldName;
+    QString Clause;
+};
+
 class TSQLParser : public TTokenizer {
 public:
     // The statement kind: the first word of SQLCommands in the text.
@@ -79,6 +186,24 @@ public:
     // CREATE TRIGGER: the database of the table behind ON, unquoted.
     QString GetTriggerDatabaseName();
     bool IsWithoutRowid();
+
+    // CREATE TABLE: the key (PRIMARY KEY only), the constraints and one
+    // column's facts; a column constraint comes back like a table one.
+    TPrimaryKeyRec GetPrimaryKeyOptions();
+    std::vector<TUniqueConstraintRec> GetUniqueConstraints();
+    std::vector<TCheckConstraintRec> GetCheckConstraints();
+    std::vector<TForeignKeyRec> GetForeignKeys();
+    TSQLFieldRec GetSQLFieldInfo(const QString& FieldName);
+    // CREATE TABLE and CREATE VIEW: what the definitions would drop (table
+    // options other than WITHOUT ROWID, generated columns, ordered or collated
+    // UNIQUE columns, a view's column list).
+    std::vector<TUnsupportedClause> GetUnsupportedClauses();
+    TViewDataRec GetViewRec();
+    TTriggerRec GetTriggerRec();
+    TVirtualTableRec GetVirtualTableRec();
+    // SELECT: the tables of FROM and JOIN, and the columns of the select list.
+    void GetTableInfo(std::vector<TTableInfoRec>& TableInfoRecs);
+    void GetFieldInfo(std::vector<TFieldInfoRec>& FieldInfoRecs, const std::vector<TTableInfoRec>& TableInfoRecs);
 
     // The text with its first table or trigger name replaced, all else as it was.
     QString ReplaceTableNameInTrigger(const QString& NewTableName);
@@ -160,6 +285,23 @@ QString PostProcessSQL(const QString& SQL);
 QString FixFilterExpression(const QString& SQL, const QStringList& ExcludedFieldNames);
 void GetParamsFromSQL(const QString& SQL, QStringList& Params);
 bool SQLContains(const QString& SQL, const TSQLTokenTypes& TokenTypes);
+TPrimaryKeyRec GetPrimaryKeyOptions(const QString& SQL);
+std::vector<TUniqueConstraintRec> GetUniqueConstraints(const QString& SQL);
+std::vector<TCheckConstraintRec> GetCheckConstraints(const QString& SQL);
+std::vector<TForeignKeyRec> GetForeignKeys(const QString& SQL);
+TSQLFieldRec GetSQLFieldInfo(const QString& SQL, const QString& FieldName);
+std::vector<TUnsupportedClause> GetUnsupportedClauses(const QString& SQL);
+TViewDataRec GetViewRec(const QString& SQL);
+TTriggerRec GetTriggerRec(const QString& SQL);
+TVirtualTableRec GetVirtualTableRec(const QString& SQL);
+void GetTableInfoFromSQL(const QString& SQL, std::vector<TTableInfoRec>& TableInfoRecs);
+void GetFieldInfoFromSQL(const QString& SQL, std::vector<TFieldInfoRec>& FieldInfoRecs,
+                         const std::vector<TTableInfoRec>& TableInfoRecs);
+
+// The CREATE TRIGGER text of a record, CRLF between its lines: the head in a
+// fixed layout, the body from BEGIN as it was. A temporary trigger qualifies
+// its table, any other its own name.
+QString BuildTriggerSQL(const TTriggerRec& TriggerRec, bool IsTemporary);
 
 // Makes the engine's SQL text services answer through this parser. Called once
 // at program start, on the main thread, before any database opens.
