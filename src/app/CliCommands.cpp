@@ -1,7 +1,6 @@
 #include "CliCommands.h"
 
 #include "engine/DLObjectNames.h"
-#include "engine/DLQuoteTools.h"
 #include "engine/DLSQLite3API.h"
 #include "engine/DLSQLiteDatabase.h"
 #include "engine/Exceptions.h"
@@ -103,108 +102,11 @@ void cmdObjects(const Options& o, QTextStream& out) {
     print("trigger", names.Triggers);
 }
 
-// Tables the engine makes by itself: for full-text and R*Tree tables, and
-// its own sqlite_ tables.
-QStringList madeByEngine(TDLSQLiteDatabase& db) {
-    QStringList names;
-    try {
-        db.GetValues(QStringLiteral("select name from pragma_table_list where schema = 'main' and type = 'shadow'"),
-                     names);
-    } catch (const ECustomException&) {
-        names = GetObjectNames(db).ShadowTables;  // a library older than table_list
-    }
-    return names;
-}
-
-// One statement of the script: ended with ";", LF line ends. When the
-// definitions cannot carry a clause, the stored text is given instead,
-// behind a comment saying what was kept.
-void writeStatement(QTextStream& out, const QString& name, const QStringList& unsupported, QString sql,
-                    const QString& storedSQL) {
-    if (!unsupported.isEmpty()) {
-        out << "-- " << name << ": the definitions cannot carry " << unsupported.join(QStringLiteral(", "))
-            << "; the stored text follows.\n";
-        sql = storedSQL;
-    }
-    sql = forTerminal(sql.trimmed());
-    if (!sql.endsWith(u';')) sql += u';';
-    out << sql << "\n\n";
-}
-
-QStringList unsupportedOf(const TDLTableDef& def) {
-    QStringList list = def.FUnsupportedClauses;
-    for (int i = 0; i < def.FieldCount(); ++i)
-        for (const QString& c : def.Fields(i).FUnsupportedClauses)
-            list.append(QStringLiteral("%1 (column %2)").arg(c, def.Fields(i).FFieldName));
-    return list;
-}
-
 void cmdSchema(const Options& o, QTextStream& out) {
     loadLibrary(o);
     TDLSQLiteDatabase db;
     openDatabase(db, o, o.positional.value(1));
-    const QString only = o.positional.value(2);
-    const QStringList skipped = madeByEngine(db);
-    struct TObject {
-        QString Type, Name, Table, SQL;
-    };
-    std::vector<TObject> objects;
-    IRecordSetPtr rs = db.GetRecordSet(QStringLiteral(
-        "select type, name, tbl_name, sql from sqlite_master where sql is not null and name not like 'sqlite\\_%' "
-        "escape '\\' order by case type when 'table' then 0 when 'index' then 1 when 'view' then 2 else 3 end, rowid"));
-    for (int r = 0; r < rs->GetRecordCount(); ++r) {
-        TObject obj{rs->GetValue(r, 0), rs->GetValue(r, 1), rs->GetValue(r, 2), rs->GetValue(r, 3)};
-        if (obj.Type == u"table" && skipped.contains(obj.Name, Qt::CaseInsensitive)) continue;
-        if (!only.isEmpty() && !SameObject(obj.Name, only)) continue;
-        objects.push_back(obj);
-    }
-    if (!only.isEmpty() && objects.empty()) throw ECustomException(QStringLiteral("Object not found: ") + only);
-
-    // Each table is read once. Its indexes other than the key are taken out
-    // of the definition, so that the table text holds the key alone, and
-    // wait for their turn among the indexes.
-    std::map<QString, std::unique_ptr<TDLTableDef>> tables;
-    std::map<QString, std::unique_ptr<TDLIndexDef>> indexes;
-    auto tableDef = [&](const QString& name) -> TDLTableDef& {
-        auto& def = tables[name.toLower()];
-        if (!def) {
-            def = std::make_unique<TDLTableDef>();
-            ReadTableDef(db, QuoteIdentifier(name), *def);
-            def->FTableName = name;
-            for (int i = def->IndexCount() - 1; i >= 0; --i)
-                if (!(def->Indexes(i).FOptions & ixPrimary)) {
-                    std::unique_ptr<TDLIndexDef> index = def->TakeIndex(i);
-                    const QString key = index->FIndexName.toLower();
-                    indexes[key] = std::move(index);
-                }
-        }
-        return *def;
-    };
-    for (const TObject& obj : objects) {
-        if (obj.Type == u"table") {
-            if (db.IsVirtualTable(QuoteIdentifier(obj.Name))) {
-                TDLVirtualTableDef def;
-                ReadVirtualTableDef(db, QuoteIdentifier(obj.Name), def);
-                def.FTableName = obj.Name;
-                writeStatement(out, obj.Name, {}, def.GetCreateSQL(), obj.SQL);
-                continue;
-            }
-            TDLTableDef& def = tableDef(obj.Name);
-            writeStatement(out, obj.Name, unsupportedOf(def), def.GetCreateSQL(true, true, false), obj.SQL);
-        } else if (obj.Type == u"index") {
-            const TDLTableDef& def = tableDef(obj.Table);
-            const auto it = indexes.find(obj.Name.toLower());
-            if (it == indexes.end()) continue;  // made by a constraint of its table
-            writeStatement(out, obj.Name, it->second->FUnsupportedClauses, def.GetIndexSQL(*it->second), obj.SQL);
-        } else if (obj.Type == u"view") {
-            TDLViewDef def;
-            ReadViewDef(db, QuoteIdentifier(obj.Name), def);
-            def.FViewName = obj.Name;
-            writeStatement(out, obj.Name, def.FUnsupportedClauses, def.GetCreateSQL(true, false), obj.SQL);
-        } else if (obj.Type == u"trigger") {
-            writeStatement(out, obj.Name, {}, ReadTriggerSQL(db, QuoteIdentifier(obj.Name), false), obj.SQL);
-        }
-    }
+    out << forTerminal(GetSchemaScript(db, o.positional.value(2)));
 }
 
 }  // namespace

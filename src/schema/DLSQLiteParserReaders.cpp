@@ -241,7 +241,7 @@ std::vector<TUniqueConstraintRec> TSQLParser::GetUniqueConstraints() {
             if (item.IsConstraint) {
                 if (const int open = OpenBehind(r, item, k); open >= 0) {
                     rec.Fields = r.ListNames(open);
-                    ++next;
+                    next += 2;  // the parentheses
                 }
             } else {
                 rec.Fields.append(r.FieldName(item));

@@ -2,7 +2,11 @@
 
 #include "DLSQLiteParser.h"
 #include "engine/DLQuoteTools.h"
+#include "engine/DLObjectNames.h"
 #include "engine/DLSQLiteDatabase.h"
+#include "engine/Exceptions.h"
+
+#include <map>
 
 namespace brindle {
 
@@ -159,7 +163,15 @@ void ReadVirtualTableDef(TDLSQLiteDatabase& Database, const QString& TableName, 
     const TVirtualTableRec rec = GetVirtualTableRec(Database.GetObjectDDL(QString(), TableName));
     Def.FTableName = TableName;
     Def.FModuleName = rec.ModuleName;
-    Def.FModuleArguments = rec.ModuleArguments;
+    // The written text puts the arguments on a line of their own; that line
+    // break is the writer's, not the user's, and would pile up with every
+    // rebuild.
+    QString arguments = rec.ModuleArguments;
+    if (arguments.startsWith(QLatin1String("\r\n")))
+        arguments.remove(0, 2);
+    else if (arguments.startsWith(u'\n'))
+        arguments.remove(0, 1);
+    Def.FModuleArguments = arguments;
 }
 
 QString ReadTriggerSQL(TDLSQLiteDatabase& Database, const QString& TriggerName, bool IsTemporary) {
@@ -180,6 +192,108 @@ QString GetCreateSQL(TDLSQLiteDatabase&, const TDLTableDef& TableDef, bool Inclu
 void CreateTable(TDLSQLiteDatabase& Database, const TDLTableDef& TableDef, bool IncludeStructure, bool IncludeIndexes,
                  bool IncludeTriggers) {
     Database.Execute(GetCreateSQL(Database, TableDef, IncludeStructure, IncludeIndexes, IncludeTriggers));
+}
+
+namespace {
+
+// Tables the engine makes by itself, for full-text and R*Tree tables.
+QStringList ShadowTableNames(TDLSQLiteDatabase& Database) {
+    QStringList names;
+    try {
+        Database.GetValues(
+            QStringLiteral("select name from pragma_table_list where schema = 'main' and type = 'shadow'"), names);
+    } catch (const ECustomException&) {
+        names = GetObjectNames(Database).ShadowTables;  // a library older than table_list
+    }
+    return names;
+}
+
+// One statement of the script, ended with ";". When the definitions cannot
+// carry a clause, the stored text is given instead, behind a comment that
+// names what they would drop.
+void AppendStatement(QString& Script, const QString& Name, const QStringList& Unsupported, const QString& SQL,
+                     const QString& StoredSQL) {
+    QString text = (Unsupported.isEmpty() ? SQL : StoredSQL).trimmed();
+    if (!Unsupported.isEmpty())
+        Script += QStringLiteral("-- %1: the definitions cannot carry %2; the stored text follows.\r\n")
+                      .arg(Name, Unsupported.join(QStringLiteral(", ")));
+    if (!text.endsWith(u';')) text += u';';
+    Script += text + QStringLiteral("\r\n\r\n");
+}
+
+QStringList UnsupportedOf(const TDLTableDef& Def) {
+    QStringList list = Def.FUnsupportedClauses;
+    for (int i = 0; i < Def.FieldCount(); ++i)
+        for (const QString& c : Def.Fields(i).FUnsupportedClauses)
+            list.append(QStringLiteral("%1 (column %2)").arg(c, Def.Fields(i).FFieldName));
+    return list;
+}
+
+}  // namespace
+
+QString GetSchemaScript(TDLSQLiteDatabase& Database, const QString& ObjectName) {
+    const QStringList shadows = ShadowTableNames(Database);
+    struct TObject {
+        QString Type, Name, Table, SQL;
+    };
+    std::vector<TObject> objects;
+    IRecordSetPtr rs = Database.GetRecordSet(QStringLiteral(
+        "select type, name, tbl_name, sql from sqlite_master where sql is not null and name not like 'sqlite\\_%' "
+        "escape '\\' order by case type when 'table' then 0 when 'index' then 1 when 'view' then 2 else 3 end, rowid"));
+    for (int r = 0; r < rs->GetRecordCount(); ++r) {
+        TObject obj{rs->GetValue(r, 0), rs->GetValue(r, 1), rs->GetValue(r, 2), rs->GetValue(r, 3)};
+        if (obj.Type == u"table" && shadows.contains(obj.Name, Qt::CaseInsensitive)) continue;
+        if (!ObjectName.isEmpty() && !SameObject(obj.Name, ObjectName)) continue;
+        objects.push_back(obj);
+    }
+    if (!ObjectName.isEmpty() && objects.empty())
+        throw ECustomException(QStringLiteral("Object not found: ") + ObjectName);
+
+    // Each table is read once. Its indexes other than the key are taken out
+    // of the definition, so that the table text holds the key alone, and
+    // wait for their turn among the indexes.
+    std::map<QString, std::unique_ptr<TDLTableDef>> tables;
+    std::map<QString, std::unique_ptr<TDLIndexDef>> indexes;
+    auto tableDef = [&](const QString& name) -> TDLTableDef& {
+        auto& def = tables[name.toLower()];
+        if (!def) {
+            def = std::make_unique<TDLTableDef>();
+            ReadTableDef(Database, QuoteIdentifier(name), *def);
+            def->FTableName = name;
+            for (int i = def->IndexCount() - 1; i >= 0; --i) {
+                if (def->Indexes(i).FOptions & ixPrimary) continue;
+                std::unique_ptr<TDLIndexDef> index = def->TakeIndex(i);
+                const QString key = index->FIndexName.toLower();
+                indexes[key] = std::move(index);
+            }
+        }
+        return *def;
+    };
+    QString script;
+    for (const TObject& obj : objects) {
+        if (obj.Type == u"table" && Database.IsVirtualTable(QuoteIdentifier(obj.Name))) {
+            TDLVirtualTableDef def;
+            ReadVirtualTableDef(Database, QuoteIdentifier(obj.Name), def);
+            def.FTableName = obj.Name;
+            AppendStatement(script, obj.Name, {}, def.GetCreateSQL(), obj.SQL);
+        } else if (obj.Type == u"table") {
+            const TDLTableDef& def = tableDef(obj.Name);
+            AppendStatement(script, obj.Name, UnsupportedOf(def), def.GetCreateSQL(true, true, false), obj.SQL);
+        } else if (obj.Type == u"index") {
+            const TDLTableDef& def = tableDef(obj.Table);
+            const auto it = indexes.find(obj.Name.toLower());
+            if (it == indexes.end()) continue;  // made by a constraint of its table
+            AppendStatement(script, obj.Name, it->second->FUnsupportedClauses, def.GetIndexSQL(*it->second), obj.SQL);
+        } else if (obj.Type == u"view") {
+            TDLViewDef def;
+            ReadViewDef(Database, QuoteIdentifier(obj.Name), def);
+            def.FViewName = obj.Name;
+            AppendStatement(script, obj.Name, def.FUnsupportedClauses, def.GetCreateSQL(true, false), obj.SQL);
+        } else if (obj.Type == u"trigger") {
+            AppendStatement(script, obj.Name, {}, ReadTriggerSQL(Database, QuoteIdentifier(obj.Name), false), obj.SQL);
+        }
+    }
+    return script;
 }
 
 }  // namespace brindle

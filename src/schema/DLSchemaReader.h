@@ -33,4 +33,13 @@ QString GetCreateSQL(TDLSQLiteDatabase& Database, const TDLTableDef& TableDef, b
 void CreateTable(TDLSQLiteDatabase& Database, const TDLTableDef& TableDef, bool IncludeStructure,
                  bool IncludeIndexes, bool IncludeTriggers);
 
+// A script that recreates the main database's objects, or the one named, in
+// an empty database, as the definitions write them: tables (the engine's
+// own and those behind virtual tables left out), indexes, views, triggers,
+// each statement ended with ";" and followed by an empty line, CRLF line
+// ends. An object with clauses the definitions cannot carry keeps its
+// stored text behind a comment naming them. Raises when the named object
+// does not exist.
+QString GetSchemaScript(TDLSQLiteDatabase& Database, const QString& ObjectName = QString());
+
 }  // namespace brindle
