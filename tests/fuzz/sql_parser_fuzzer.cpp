@@ -63,6 +63,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     p.GetIndexWhereClause();
     p.GetIndexFieldSortOrder(QStringLiteral("a"));
     p.ReplaceTableNameInTrigger(QStringLiteral("x"));
+    // The readers of stored text, which never raise.
+    p.GetPrimaryKeyOptions();
+    p.GetUniqueConstraints();
+    p.GetCheckConstraints();
+    p.GetForeignKeys();
+    p.GetSQLFieldInfo(QStringLiteral("a"));
+    p.GetUnsupportedClauses();
+    p.GetViewRec();
+    BuildTriggerSQL(p.GetTriggerRec(), false);
+    p.GetVirtualTableRec();
+    std::vector<TTableInfoRec> tables;
+    std::vector<TFieldInfoRec> fields;
+    p.GetTableInfo(tables);
+    p.GetFieldInfo(fields, tables);
     p.ReplaceTriggerName(QStringLiteral("x"));
 
     for (auto split : {SplitSQL, FastParseSQL, SafeParseSQL}) {

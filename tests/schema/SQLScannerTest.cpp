@@ -224,6 +224,20 @@ void CheckAnyText(const QString& text) {
     p.GetIndexWhereClause();
     p.GetIndexCollateOption(QStringLiteral("a"));
     p.ReplaceTableNameInTrigger(QStringLiteral("x"));
+    // The readers of stored text, which never raise.
+    p.GetPrimaryKeyOptions();
+    p.GetUniqueConstraints();
+    p.GetCheckConstraints();
+    p.GetForeignKeys();
+    p.GetSQLFieldInfo(QStringLiteral("a"));
+    p.GetUnsupportedClauses();
+    p.GetViewRec();
+    BuildTriggerSQL(p.GetTriggerRec(), false);
+    p.GetVirtualTableRec();
+    std::vector<TTableInfoRec> tables;
+    std::vector<TFieldInfoRec> fields;
+    p.GetTableInfo(tables);
+    p.GetFieldInfo(fields, tables);
 
     for (auto split : {FastParseSQL, SafeParseSQL}) {
         QStringList pieces;
@@ -284,7 +298,15 @@ const char* const Soup[] = {
     "@v",         "12.5",
     "-3",         "||",
     "\t",         "TRUE",
-    "db.t.c",
+    "db.t.c",     "PRIMARY KEY",
+    "AUTOINCREMENT", "DESC",
+    "NOT NULL",   "GENERATED ALWAYS",
+    "STRICT",     "INSTEAD OF",
+    "FOR EACH ROW", "WHEN",
+    "END",        "ON DELETE SET NULL",
+    "DEFERRABLE", "INITIALLY DEFERRED",
+    "MATCH",      "VIEW",
+    "TABLE",      "INDEX",
 };
 
 QString RandomSoup(std::mt19937& rng, int fragments) {
