@@ -715,9 +715,37 @@ IRecordSetPtr TDLSQLiteDatabase::GetRecordSet(const QString& SQL) {
     return rs;
 }
 
-qint64 TDLSQLiteDatabase::GetRecordCount(const QString& SQL) {
+bool TDLSQLiteDatabase::HasSQLCursor(const QString& SQL) {
     const TSQLTokenType cmd = GetSQLCommand(SQL);
-    if (cmd != stExplain && cmd != stPragma && cmd != stSelect) return 0;
+    return cmd == stExplain || cmd == stPragma || cmd == stSelect;
+}
+
+bool TDLSQLiteDatabase::IsSelectSQL(const QString& SQL) {
+    return GetSQLCommand(SQL) == stSelect;
+}
+
+bool TDLSQLiteDatabase::IsSimpleSelect(const QString& SQL) {
+    return brindle::IsSimpleSelect(SQL);
+}
+
+bool TDLSQLiteDatabase::HasOrderBy(const QString& SQL) {
+    return brindle::HasOrderBy(SQL);
+}
+
+QString TDLSQLiteDatabase::GetTableNameFromSQL(const QString& SQL) {
+    return brindle::GetTableNameFromSQL(SQL);
+}
+
+int TDLSQLiteDatabase::GetTableCountFromSQL(const QString& SQL) {
+    return brindle::GetTableCountFromSQL(SQL);
+}
+
+QString TDLSQLiteDatabase::FixFilterExpression(const QString& SQL, const QStringList& ExcludedFieldNames) {
+    return brindle::FixFilterExpression(SQL, ExcludedFieldNames);
+}
+
+qint64 TDLSQLiteDatabase::GetRecordCount(const QString& SQL) {
+    if (!HasSQLCursor(SQL)) return 0;
     return InternalGetRecordCount(SQL);
 }
 

@@ -192,6 +192,15 @@ public:
     QString IntegrityCheck();
     TDatabaseStatus GetStatus() override;
     bool Exists() override;
+    // Questions about SQL text, answered by the parser once it is installed.
+    // A statement that returns rows: EXPLAIN, PRAGMA or SELECT.
+    bool HasSQLCursor(const QString& SQL);
+    bool IsSelectSQL(const QString& SQL);
+    bool IsSimpleSelect(const QString& SQL);
+    bool HasOrderBy(const QString& SQL);
+    QString GetTableNameFromSQL(const QString& SQL);
+    int GetTableCountFromSQL(const QString& SQL);
+    QString FixFilterExpression(const QString& SQL, const QStringList& ExcludedFieldNames);
     bool IsValidSQL(const QString& SQL);
     void CheckValidSQL(const QString& SQL);
 

@@ -2,6 +2,8 @@
 
 #include "DLQuoteTools.h"
 
+#include <QRegularExpression>
+
 #include <vector>
 
 namespace brindle {
@@ -340,6 +342,29 @@ bool IsWithoutRowid(const QString& SQL) {
 QString GetTriggerDatabaseName(const QString& SQL) {
     return services().GetTriggerDatabaseName ? services().GetTriggerDatabaseName(SQL)
                                              : fallbackTriggerDatabase(SQL);
+}
+
+QString GetTableNameFromSQL(const QString& SQL) {
+    return services().GetTableNameFromSQL ? services().GetTableNameFromSQL(SQL) : QString();
+}
+
+int GetTableCountFromSQL(const QString& SQL) {
+    return services().GetTableCountFromSQL ? services().GetTableCountFromSQL(SQL) : 0;
+}
+
+bool IsSimpleSelect(const QString& SQL) {
+    return services().IsSimpleSelect && services().IsSimpleSelect(SQL);
+}
+
+bool HasOrderBy(const QString& SQL) {
+    if (services().HasOrderBy) return services().HasOrderBy(SQL);
+    static const QRegularExpression orderBy(QStringLiteral("\\border\\s+by\\b"),
+                                            QRegularExpression::CaseInsensitiveOption);
+    return SQL.contains(orderBy);
+}
+
+QString FixFilterExpression(const QString& SQL, const QStringList& ExcludedFieldNames) {
+    return services().FixFilterExpression ? services().FixFilterExpression(SQL, ExcludedFieldNames) : SQL;
 }
 
 }  // namespace brindle

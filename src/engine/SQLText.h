@@ -66,6 +66,11 @@ struct TSQLTextServices {
     std::function<QString(const QString& SQL)> GetVirtualTableModule;
     std::function<bool(const QString& SQL)> IsWithoutRowid;
     std::function<QString(const QString& SQL)> GetTriggerDatabaseName;
+    std::function<QString(const QString& SQL)> GetTableNameFromSQL;
+    std::function<int(const QString& SQL)> GetTableCountFromSQL;
+    std::function<bool(const QString& SQL)> IsSimpleSelect;
+    std::function<bool(const QString& SQL)> HasOrderBy;
+    std::function<QString(const QString& SQL, const QStringList& ExcludedFieldNames)> FixFilterExpression;
 };
 
 // Installed once at start, on the main thread, before any database opens.
@@ -87,5 +92,16 @@ QString GetVirtualTableModule(const QString& SQL);
 bool IsWithoutRowid(const QString& SQL);
 // CREATE TRIGGER: the database part of the trigger's table, empty when none.
 QString GetTriggerDatabaseName(const QString& SQL);
+// A query's first table in FROM, and the number of tables there; without
+// the parser, nothing and 0.
+QString GetTableNameFromSQL(const QString& SQL);
+int GetTableCountFromSQL(const QString& SQL);
+// A query of plain names that can be edited in place; without the parser,
+// never.
+bool IsSimpleSelect(const QString& SQL);
+bool HasOrderBy(const QString& SQL);
+// A filter in the engine's terms; empty when it names an excluded field.
+// Without the parser the text as it is.
+QString FixFilterExpression(const QString& SQL, const QStringList& ExcludedFieldNames);
 
 }  // namespace brindle

@@ -765,16 +765,8 @@ TSQLParser& GetParser(const QString& SQL) {
     return *parser;
 }
 
-QString GetTableNameFromSQL(const QString& SQL) {
-    return GetParser(SQL).GetTableName();
-}
-
 void GetAllTableNamesFromSQL(const QString& SQL, QStringList& List) {
     GetParser(SQL).GetAllTableNames(List);
-}
-
-int GetTableCountFromSQL(const QString& SQL) {
-    return GetParser(SQL).GetTableCount();
 }
 
 void GetFullTableNameFromSQL(const QString& SQL, QString& DatabaseName, QString& TableName) {
@@ -805,16 +797,8 @@ QString StripOrderBy(const QString& SQL) {
     return GetParser(SQL).StripOrderBy();
 }
 
-bool HasOrderBy(const QString& SQL) {
-    return GetParser(SQL).HasOrderBy();
-}
-
 bool HasSubquery(const QString& SQL) {
     return GetParser(SQL).HasSubquery();
-}
-
-bool IsSimpleSelect(const QString& SQL) {
-    return GetParser(SQL).IsSimpleSelect();
 }
 
 QString GetSelectClause(const QString& SQL) {
@@ -823,10 +807,6 @@ QString GetSelectClause(const QString& SQL) {
 
 QString PostProcessSQL(const QString& SQL) {
     return GetParser(SQL).PostProcess();
-}
-
-QString FixFilterExpression(const QString& SQL, const QStringList& ExcludedFieldNames) {
-    return GetParser(SQL).FixFilterExpression(ExcludedFieldNames);
 }
 
 void GetParamsFromSQL(const QString& SQL, QStringList& Params) {
@@ -852,6 +832,13 @@ void InstallSQLParserServices() {
     s.GetVirtualTableModule = [](const QString& SQL) { return GetParser(SQL).GetVirtualTableModule(); };
     s.IsWithoutRowid = [](const QString& SQL) { return GetParser(SQL).IsWithoutRowid(); };
     s.GetTriggerDatabaseName = [](const QString& SQL) { return GetParser(SQL).GetTriggerDatabaseName(); };
+    s.GetTableNameFromSQL = [](const QString& SQL) { return GetParser(SQL).GetTableName(); };
+    s.GetTableCountFromSQL = [](const QString& SQL) { return GetParser(SQL).GetTableCount(); };
+    s.IsSimpleSelect = [](const QString& SQL) { return GetParser(SQL).IsSimpleSelect(); };
+    s.HasOrderBy = [](const QString& SQL) { return GetParser(SQL).HasOrderBy(); };
+    s.FixFilterExpression = [](const QString& SQL, const QStringList& ExcludedFieldNames) {
+        return GetParser(SQL).FixFilterExpression(ExcludedFieldNames);
+    };
     SetSQLTextServices(s);
 }
 

@@ -265,11 +265,11 @@ TSQLParser& GetParser(const QString& SQL);
 
 // The parser's questions on a text, through GetParser. ParseSQL,
 // GetSQLCommand, GetSavepointName, GetDatabaseNameFromSQL, GetFileNameFromSQL,
-// GetLoadExtensionParams and IsWithoutRowid are the engine's (SQLText.h),
+// GetLoadExtensionParams, IsWithoutRowid, GetTableNameFromSQL,
+// GetTableCountFromSQL, IsSimpleSelect, HasOrderBy and FixFilterExpression
+// are the engine's (SQLText.h),
 // answered by the parser once it is installed.
-QString GetTableNameFromSQL(const QString& SQL);
 void GetAllTableNamesFromSQL(const QString& SQL, QStringList& List);
-int GetTableCountFromSQL(const QString& SQL);
 void GetFullTableNameFromSQL(const QString& SQL, QString& DatabaseName, QString& TableName);
 QString GetIndexCollateOption(const QString& SQL, const QString& FieldName);
 QString GetIndexFieldSortOrder(const QString& SQL, const QString& FieldName);
@@ -277,12 +277,9 @@ QString GetIndexWhereClause(const QString& SQL);
 QString ReplaceTableNameInTrigger(const QString& SQL, const QString& NewTableName);
 QString ReplaceTriggerName(const QString& SQL, const QString& NewTriggerName);
 QString StripOrderBy(const QString& SQL);
-bool HasOrderBy(const QString& SQL);
 bool HasSubquery(const QString& SQL);
-bool IsSimpleSelect(const QString& SQL);
 QString GetSelectClause(const QString& SQL);
 QString PostProcessSQL(const QString& SQL);
-QString FixFilterExpression(const QString& SQL, const QStringList& ExcludedFieldNames);
 void GetParamsFromSQL(const QString& SQL, QStringList& Params);
 bool SQLContains(const QString& SQL, const TSQLTokenTypes& TokenTypes);
 TPrimaryKeyRec GetPrimaryKeyOptions(const QString& SQL);

@@ -272,3 +272,21 @@ TEST_F(ParserDatabaseTest, SavepointsAttachmentsAndExtensionsTypedInScriptsAreMi
     ASSERT_EQ(db->ExtensionCount(), 1);
     EXPECT_EQ(db->Extensions(0).EntryPoint, S("brindle_test_init"));
 }
+
+TEST_F(ParserDatabaseTest, DatabaseAnswersQuestionsAboutText) {
+    // A WITH query counts by the SELECT in it.
+    for (const char* sql : {"select 1", "  /* c */ PRAGMA page_size", "explain select 1",
+                            "with x as (select 1) select * from x"})
+        EXPECT_TRUE(db->HasSQLCursor(S(sql))) << sql;
+    for (const char* sql : {"insert into t values (1)", "create table t(a)", ""})
+        EXPECT_FALSE(db->HasSQLCursor(S(sql))) << sql;
+    EXPECT_TRUE(db->IsSelectSQL(S("SELECT a FROM t")));
+    EXPECT_FALSE(db->IsSelectSQL(S("pragma table_info(t)")));
+    EXPECT_EQ(db->GetRecordCount(S("insert into t values (1)")), 0);
+    EXPECT_TRUE(db->IsSimpleSelect(S("select a, b from t")));
+    EXPECT_FALSE(db->IsSimpleSelect(S("select a + 1 from t")));
+    EXPECT_TRUE(db->HasOrderBy(S("select a from t order by a")));
+    EXPECT_EQ(db->GetTableNameFromSQL(S("select * from main.t x")), S("t"));
+    EXPECT_EQ(db->GetTableCountFromSQL(S("select * from a, b")), 2);
+    EXPECT_EQ(db->FixFilterExpression(S("a = NULL and b = TRUE"), {}), S("a IS NULL and b = (not 0)"));
+}
