@@ -71,6 +71,13 @@ TEST_F(DatabaseSchemaTest, ObjectTests) {
     EXPECT_TRUE(db->DatabaseExists(QStringLiteral("TEMP")));
     EXPECT_TRUE(db->GetObjectDDL(QString(), QStringLiteral("codes")).contains(QLatin1String("without rowid")));
     EXPECT_TRUE(db->GetTriggerDDL(QString(), QStringLiteral("tt_temp"), true).startsWith(QLatin1String("CREATE")));
+    // Names are matched without case, but "_" and "%" in them are no wildcards.
+    db->Execute(QStringLiteral("create table axb(x); create table [a_b](y); create table [a%](z)"));
+    EXPECT_TRUE(db->GetObjectDDL(QString(), QStringLiteral("A_B")).contains(QLatin1String("(y)")));
+    EXPECT_TRUE(db->GetObjectDDL(QString(), QStringLiteral("axb")).contains(QLatin1String("(x)")));
+    EXPECT_TRUE(db->GetObjectDDL(QString(), QStringLiteral("ax%")).isEmpty());
+    EXPECT_TRUE(db->TableExists(QStringLiteral("a%")));
+    EXPECT_FALSE(db->TableExists(QStringLiteral("a_")));
 }
 
 TEST_F(DatabaseSchemaTest, NameLists) {
