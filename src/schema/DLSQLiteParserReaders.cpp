@@ -63,7 +63,8 @@ public:
     QString FieldName(const TItem& Item) const { return UnQuoteIdentifier(ValueAt(Item.Tokens[0])); }
 
     // The comma-separated parts inside the parentheses opening at token Open:
-    // for each, the indexes of its tokens at its own level.
+    // for each, the indexes of its tokens at its own level. Parentheses at
+    // that level are kept, what they enclose is not. Empty parts are dropped.
     std::vector<std::vector<int>> ListParts(int Open) const {
         std::vector<std::vector<int>> parts(1);
         const int close = ClosingOrEnd(Open);
@@ -80,7 +81,7 @@ public:
             }
             if (kind == ttOpenParen) ++depth;
         }
-        if (parts.back().empty()) parts.pop_back();
+        std::erase_if(parts, [](const std::vector<int>& part) { return part.empty(); });
         return parts;
     }
 
@@ -108,21 +109,7 @@ private:
         }
         if (open < 0) return;
         Close = ClosingOrEnd(open);
-        Items.emplace_back();
-        int depth = 0;
-        for (int i = open + 1; i < Close; ++i) {
-            const TTokenType kind = p.GetTokens(i)->FTokenType;
-            if (kind == ttCloseParen) --depth;
-            if (depth == 0) {
-                if (kind == ttComma) {
-                    Items.emplace_back();
-                } else {
-                    Items.back().Tokens.push_back(i);
-                }
-            }
-            if (kind == ttOpenParen) ++depth;
-        }
-        std::erase_if(Items, [](const TItem& item) { return item.Tokens.empty(); });
+        for (std::vector<int>& part : ListParts(open)) Items.push_back({std::move(part)});
         for (TItem& item : Items) {
             size_t k = 0;
             if (RoleAt(item.Tokens[0]) == stConstraint) k = std::min<size_t>(2, item.Tokens.size() - 1);

@@ -1,7 +1,7 @@
 // Any input through the scanner, the labeller and the splitters. The input is
 // UTF-8 text, or, behind a first byte 0x01, raw UTF-16 units, so that NUL
 // characters and lone surrogates reach the scanner as they are.
-#include "schema/DLSQLiteParser.h"
+#include "../schema/ExerciseParser.h"
 
 #include <cstdint>
 #include <cstring>
@@ -41,42 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             Check(close == -1 || (close > i && p.GetTokens(close)->FTokenType == ttCloseParen));
         }
     }
-    QStringList list;
-    QString a, b;
-    p.SQLCommand();
-    p.GetAllTableNames(list);
-    p.GetFullTableName(a, b);
-    p.GetTableCount();
-    p.IsSimpleSelect();
-    p.StripOrderBy();
-    p.GetSelectClause();
-    p.PostProcess();
-    p.FixFilterExpression({QStringLiteral("a")});
-    p.GetParams(list);
-    p.GetSavepointName();
-    p.GetLoadExtensionParams(a, b);
-    p.GetDatabaseName();
-    p.GetFileName();
-    p.IsWithoutRowid();
-    p.GetTriggerDatabaseName();
-    p.GetVirtualTableModule();
-    p.GetIndexWhereClause();
-    p.GetIndexFieldSortOrder(QStringLiteral("a"));
-    p.ReplaceTableNameInTrigger(QStringLiteral("x"));
-    // The readers of stored text, which never raise.
-    p.GetPrimaryKeyOptions();
-    p.GetUniqueConstraints();
-    p.GetCheckConstraints();
-    p.GetForeignKeys();
-    p.GetSQLFieldInfo(QStringLiteral("a"));
-    p.GetUnsupportedClauses();
-    p.GetViewRec();
-    BuildTriggerSQL(p.GetTriggerRec(), false);
-    p.GetVirtualTableRec();
-    std::vector<TTableInfoRec> tables;
-    std::vector<TFieldInfoRec> fields;
-    p.GetTableInfo(tables);
-    p.GetFieldInfo(fields, tables);
+    brindle::test::AskEveryQuestion(p);
     p.ReplaceTriggerName(QStringLiteral("x"));
 
     for (auto split : {SplitSQL, FastParseSQL, SafeParseSQL}) {

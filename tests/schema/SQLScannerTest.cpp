@@ -3,6 +3,7 @@
 #include "SQLCases.h"
 
 #include "schema/CocoRGrammar.h"
+#include "ExerciseParser.h"
 #include "schema/DLSQLiteParser.h"
 #include "schema/SQLScanner.h"
 
@@ -204,40 +205,7 @@ void CheckAnyText(const QString& text) {
             ASSERT_TRUE(close == -1 || (close > i && p.GetTokens(close)->FTokenType == ttCloseParen));
         }
     }
-    QStringList list;
-    p.SQLCommand();
-    p.GetTableName();
-    p.GetAllTableNames(list);
-    p.IsSimpleSelect();
-    p.StripOrderBy();
-    p.GetSelectClause();
-    p.PostProcess();
-    p.FixFilterExpression({QStringLiteral("a")});
-    p.GetParams(list);
-    p.GetSavepointName();
-    QString a, b;
-    p.GetLoadExtensionParams(a, b);
-    p.GetFullTableName(a, b);
-    p.IsWithoutRowid();
-    p.GetTriggerDatabaseName();
-    p.GetVirtualTableModule();
-    p.GetIndexWhereClause();
-    p.GetIndexCollateOption(QStringLiteral("a"));
-    p.ReplaceTableNameInTrigger(QStringLiteral("x"));
-    // The readers of stored text, which never raise.
-    p.GetPrimaryKeyOptions();
-    p.GetUniqueConstraints();
-    p.GetCheckConstraints();
-    p.GetForeignKeys();
-    p.GetSQLFieldInfo(QStringLiteral("a"));
-    p.GetUnsupportedClauses();
-    p.GetViewRec();
-    BuildTriggerSQL(p.GetTriggerRec(), false);
-    p.GetVirtualTableRec();
-    std::vector<TTableInfoRec> tables;
-    std::vector<TFieldInfoRec> fields;
-    p.GetTableInfo(tables);
-    p.GetFieldInfo(fields, tables);
+    AskEveryQuestion(p);
 
     for (auto split : {FastParseSQL, SafeParseSQL}) {
         QStringList pieces;
