@@ -1,4 +1,4 @@
-// Reads the plain-text SQL fixtures under tests/data/sql. A file holds cases:
+// Reads the plain-text SQL fixtures under tests/fixtures/sql. A file holds cases:
 //
 //   # a comment (between cases)
 //   === name of the case
