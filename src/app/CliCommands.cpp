@@ -1,5 +1,6 @@
 #include "CliCommands.h"
 
+#include "data/DLDataSet.h"
 #include "engine/DLObjectNames.h"
 #include "engine/DLSQLite3API.h"
 #include "engine/DLSQLiteDatabase.h"
@@ -7,6 +8,8 @@
 #include "schema/DLSchemaReader.h"
 
 #include <QFileInfo>
+#include <atomic>
+#include <csignal>
 #include <functional>
 #include <map>
 
@@ -28,7 +31,8 @@ const char* const kUsage =
     "  objects FILE   the names of the database's objects, one per line\n"
     "  schema FILE [OBJECT]\n"
     "                 the CREATE statements of every object (or of the one named)\n"
-    "                 as the program writes them: tables, indexes, views, triggers\n";
+    "                 as the program writes them: tables, indexes, views, triggers\n"
+    "  query FILE SQL the rows of the text's last SELECT as CSV; Ctrl+C stops the run\n";
 
 QString yesNo(bool v) { return v ? QStringLiteral("yes") : QStringLiteral("no"); }
 
@@ -109,6 +113,86 @@ void cmdSchema(const Options& o, QTextStream& out) {
     out << forTerminal(GetSchemaScript(db, o.positional.value(2)));
 }
 
+// A field of CSV: quoted when it holds a separator, a quote, a line break
+// or blanks at either end, and when it is empty text, which NULL is not.
+QString csvField(const QString& value, bool isText = true) {
+    const bool quote = (isText && value.isEmpty()) || value.contains(u',') || value.contains(u'"') ||
+                       value.contains(u'\n') || value.contains(u'\r') || value.startsWith(u' ') ||
+                       value.endsWith(u' ');
+    if (!quote) return value;
+    QString quoted = value;
+    return u'"' + quoted.replace(QStringLiteral("\""), QStringLiteral("\"\"")) + u'"';
+}
+
+// The stored value as it is, whatever the column's declared type says.
+QString storedText(const TDLSQLiteRecData& rec, int index) {
+    const QByteArray& raw = rec.GetRawData(index);
+    switch (rec.GetStorageClass(index)) {
+        case scInteger:
+            return QString::number(RawToInt64(raw));
+        case scFloat:
+            return QString::number(RawToFloat(raw), 'g', QLocale::FloatingPointShortest);
+        case scText:
+            return RawToString(raw);
+        case scBlob:
+            return QString::fromLatin1(raw.toHex());
+        default:
+            return QString();
+    }
+}
+
+// Ctrl+C stops the statement that runs; the engine's interrupt is safe to
+// call from a signal handler.
+std::atomic<TDLSQLiteDatabase*> interruptTarget{nullptr};
+
+extern "C" void interruptQuery(int) {
+    if (TDLSQLiteDatabase* db = interruptTarget.load()) db->Interrupt();
+}
+
+void cmdQuery(const Options& o, QTextStream& out) {
+    loadLibrary(o);
+    TDLSQLiteDatabase db;
+    openDatabase(db, o, o.positional.value(1));
+    TDLQuery query;
+    query.SetDatabase(&db);
+    query.SetSQL(o.positional.value(2));
+    interruptTarget = &db;
+    auto previous = std::signal(SIGINT, interruptQuery);
+    struct TRestore {
+        decltype(previous) handler;
+        ~TRestore() {
+            std::signal(SIGINT, handler);
+            interruptTarget = nullptr;
+        }
+    } restore{previous};
+    auto leave = [&db](const QString& message) {
+        // A transaction the text began and did not end is not left open.
+        if (db.GetInTransaction()) db.Rollback();
+        throw ECustomException(message);
+    };
+    try {
+        query.Open();
+    } catch (const ECustomException& e) {
+        leave(e.message());
+    }
+    const TFields& fields = query.Fields();
+    QStringList header;
+    for (int i = 0; i < fields.Count(); ++i) header << csvField(fields[i].FieldName());
+    if (fields.Count() > 0) out << header.join(u',') << '\n';
+    for (int r = 0;; ++r) {
+        const TDLRecData* rec = query.RecordAt(r);
+        if (query.Aborted()) leave(QStringLiteral("interrupted"));
+        if (!rec) break;
+        QStringList line;
+        const auto& row = static_cast<const TDLSQLiteRecData&>(*rec);
+        for (int i = 0; i < fields.Count(); ++i)
+            line << csvField(storedText(row, i), row.GetStorageClass(i) == scText);
+        out << line.join(u',') << '\n';
+    }
+    query.Close();
+    if (db.GetInTransaction()) db.Rollback();
+}
+
 }  // namespace
 
 int Run(const QStringList& args, QTextStream& out, QTextStream& err) {
@@ -133,6 +217,7 @@ int Run(const QStringList& args, QTextStream& out, QTextStream& err) {
         {QStringLiteral("info"), {2, 2, cmdInfo}},
         {QStringLiteral("objects"), {2, 2, cmdObjects}},
         {QStringLiteral("schema"), {2, 3, cmdSchema}},
+        {QStringLiteral("query"), {3, 3, cmdQuery}},
     };
     const auto it = commands.find(o.positional.value(0));
     if (it == commands.end() || o.positional.size() < it->second.MinArgs || o.positional.size() > it->second.MaxArgs) {

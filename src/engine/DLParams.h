@@ -59,7 +59,13 @@ struct TParam {
     TFieldType DataType = ftUnknown;
     QVariant Value;
     int Size = 0;
+    // A value was given; a parameter never given stops a query that needs it.
+    bool Bound = false;
 
+    void SetValue(const QVariant& value) {
+        Value = value;
+        Bound = true;
+    }
     bool IsNull() const { return !Value.isValid() || Value.isNull(); }
     QString AsString() const { return Value.toString(); }
     int AsInteger() const { return Value.toInt(); }
@@ -68,7 +74,10 @@ struct TParam {
     double AsFloat() const { return Value.toDouble(); }
     double AsDateTime() const { return Value.toDouble(); }
     QByteArray AsBlob() const { return Value.toByteArray(); }
-    void Clear() { Value = QVariant(); }
+    void Clear() {
+        Value = QVariant();
+        Bound = false;
+    }
 };
 
 // An ordered list of parameters; names need not be unique or present.
@@ -78,7 +87,7 @@ public:
     TParam& operator[](int i) { return FItems[static_cast<size_t>(i)]; }
     const TParam& operator[](int i) const { return FItems[static_cast<size_t>(i)]; }
     TParam& Add(const QString& name, TFieldType type = ftUnknown, const QVariant& value = QVariant()) {
-        FItems.push_back(TParam{name, type, value, 0});
+        FItems.push_back(TParam{name, type, value, 0, value.isValid()});
         return FItems.back();
     }
     // Case-insensitive; null when absent.

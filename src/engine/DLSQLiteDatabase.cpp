@@ -483,6 +483,28 @@ int TDLSQLiteDatabase::InternalPrepare(const QString& SQL, sqlite3_stmt*& Handle
     return SQLiteCheck(InternalPrepareNoCheck(SQL, Handle), SQL);
 }
 
+void TDLSQLiteDatabase::GetParamNames(const QString& SQL, QStringList& ParamNames) {
+    if (!GetConnected()) return;
+    sqlite3_stmt* stmt = nullptr;
+    if (InternalPrepareNoCheck(SQL, stmt) != SQLITE_OK || !stmt) {
+        if (stmt) drv().sqlite3_finalize(stmt);
+        return;
+    }
+    const int n = drv().sqlite3_bind_parameter_count(stmt);
+    for (int i = 1; i <= n; ++i) {
+        const char* name = drv().sqlite3_bind_parameter_name(stmt, i);
+        ParamNames.append(name ? (FUnicode ? QString::fromUtf8(name) : QString::fromLocal8Bit(name)) : QString());
+    }
+    drv().sqlite3_finalize(stmt);
+}
+
+void TDLSQLiteDatabase::CreateParams(const QString& SQL, TParams& Params) {
+    Params.Clear();
+    QStringList names;
+    GetParamNames(SQL, names);
+    for (const QString& name : names) Params.Add(name);
+}
+
 void TDLSQLiteDatabase::Prepare(TSQLiteSQLHandle& SQLHandle) {
     SQLHandle.Finalize();
     SQLHandle.FCurrent = SQLHandle.FNext;

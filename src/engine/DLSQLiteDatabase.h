@@ -189,6 +189,8 @@ public:
     int GetTotalChanges();
     qint64 GetLastInsertRowID();
     double GetLastLockTime() const { return FLastLockTime; }
+    // When a paused read cursor last took its lock (now, as a date).
+    void SetLastLockTime(double Value) { FLastLockTime = Value; }
     QString IntegrityCheck();
     TDatabaseStatus GetStatus() override;
     bool Exists() override;
@@ -287,6 +289,10 @@ public:
     std::unique_ptr<TSQLiteSQLHandle> CreateSQLHandle(const QString& SQL);
     void Prepare(TSQLiteSQLHandle& SQLHandle);
     void BindParams(TSQLiteSQLHandle& SQLHandle, const TParams* Params);
+    // The parameter names of a statement, "" for an unnamed one; nothing
+    // when it does not prepare.
+    void GetParamNames(const QString& SQL, QStringList& ParamNames);
+    void CreateParams(const QString& SQL, TParams& Params);
     void ExecuteNext(TSQLiteSQLHandle& SQLHandle);
     int InternalPrepare(const QString& SQL, sqlite3_stmt*& Handle);
     int InternalPrepareNoCheck(const QString& SQL, sqlite3_stmt*& Handle);

@@ -1,10 +1,13 @@
 #include "SCMain.h"
 
 #include "SCPaths.h"
+#include "data/DLDataSet.h"
 #include "engine/DLObjectNames.h"
+#include "engine/DLQuoteTools.h"
 #include "engine/DLSQLite3API.h"
 #include "engine/DLSQLiteDatabase.h"
 #include "engine/Exceptions.h"
+#include "widgets/DataSetModel.h"
 
 #include <QAction>
 #include <QApplication>
@@ -18,6 +21,8 @@
 #include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QSplitter>
+#include <QTabWidget>
+#include <QTableView>
 #include <QStatusBar>
 #include <QToolBar>
 #include <QTreeWidget>
@@ -46,17 +51,30 @@ TfrmSCMain::TfrmSCMain(QWidget* parent) : QMainWindow(parent) {
     FTree->setObjectName(QStringLiteral("tvDatabases"));
     FTree->setHeaderHidden(true);
     FTree->setUniformRowHeights(true);
-    mmoDDL = new QPlainTextEdit(splitter);
+    pcObject = new QTabWidget(splitter);
+    pcObject->setObjectName(QStringLiteral("pcObject"));
+    grdData = new QTableView(pcObject);
+    grdData->setObjectName(QStringLiteral("grdData"));
+    grdData->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    grdData->verticalHeader()->setDefaultSectionSize(grdData->fontMetrics().height() + 6);
+    FDataModel = new TDataSetModel(this);
+    grdData->setModel(FDataModel);
+    mmoDDL = new QPlainTextEdit(pcObject);
     mmoDDL->setObjectName(QStringLiteral("mmoDDL"));
     mmoDDL->setReadOnly(true);
     mmoDDL->setLineWrapMode(QPlainTextEdit::NoWrap);
     mmoDDL->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+    pcObject->addTab(mmoDDL, tr("DDL"));
+    pcObject->addTab(grdData, tr("Data"));
     splitter->setStretchFactor(0, 1);
     splitter->setStretchFactor(1, 2);
     splitter->setSizes({320, 680});
     layout->addWidget(splitter, 1);
     setCentralWidget(central);
-    connect(FTree, &QTreeWidget::currentItemChanged, this, [this](QTreeWidgetItem* item) { ShowObjectDDL(item); });
+    connect(FTree, &QTreeWidget::currentItemChanged, this, [this](QTreeWidgetItem* item) {
+        ShowObjectDDL(item);
+        ShowObjectData(item);
+    });
 
     CreateActions();
     RefreshHeader();
@@ -134,6 +152,8 @@ void TfrmSCMain::OpenDatabase(const QString& FileName) {
 }
 
 void TfrmSCMain::CloseDatabase() {
+    FDataModel->SetDataSet(nullptr);
+    FDataQuery.reset();
     FDatabase.reset();
     RefreshTree();
 }
@@ -150,19 +170,21 @@ void TfrmSCMain::RefreshTree() {
         }
         auto* root = new QTreeWidgetItem(FTree, {FDatabase->AliasName()});
         root->setToolTip(0, FDatabase->FileName());
-        auto addGroup = [root](const QString& caption, const QStringList& items) {
+        // Tables and views show their rows on the Data page.
+        auto addGroup = [root](const QString& caption, const QStringList& items, bool rows) {
             if (items.isEmpty()) return;
             auto* group = new QTreeWidgetItem(root, {QStringLiteral("%1 (%2)").arg(caption).arg(items.size())});
             for (const QString& n : items) {
                 auto* node = new QTreeWidgetItem(group, {n});
                 node->setData(0, Qt::UserRole, n);
+                if (rows) node->setData(0, Qt::UserRole + 1, QStringLiteral("rows"));
             }
         };
-        addGroup(tr("Tables"), names.Tables);
-        addGroup(tr("Virtual Tables"), names.VirtualTables);
-        addGroup(tr("Views"), names.Views);
-        addGroup(tr("Indexes"), names.Indexes);
-        addGroup(tr("Triggers"), names.Triggers);
+        addGroup(tr("Tables"), names.Tables, true);
+        addGroup(tr("Virtual Tables"), names.VirtualTables, true);
+        addGroup(tr("Views"), names.Views, true);
+        addGroup(tr("Indexes"), names.Indexes, false);
+        addGroup(tr("Triggers"), names.Triggers, false);
         FTree->expandAll();
     }
     RefreshHeader();
@@ -180,6 +202,25 @@ void TfrmSCMain::ShowObjectDDL(QTreeWidgetItem* item) {
     }
     // Indexes made for constraints have no text of their own.
     mmoDDL->setPlainText(ddl);
+}
+
+void TfrmSCMain::ShowObjectData(QTreeWidgetItem* item) {
+    FDataModel->SetDataSet(nullptr);
+    FDataQuery.reset();
+    const QString name = item ? item->data(0, Qt::UserRole).toString() : QString();
+    const QString kind = item ? item->data(0, Qt::UserRole + 1).toString() : QString();
+    if (!FDatabase || !FDatabase->Connected() || name.isEmpty() || kind != QLatin1String("rows")) return;
+    auto query = std::make_unique<TDLQuery>();
+    query->SetDatabase(FDatabase.get());
+    query->SetSQL(QStringLiteral("select * from ") + QuoteObject(name));
+    try {
+        query->Open();
+    } catch (const ECustomException& e) {
+        ShowError(e.message());
+        return;
+    }
+    FDataQuery = std::move(query);
+    FDataModel->SetDataSet(FDataQuery.get());
 }
 
 void TfrmSCMain::RefreshHeader() {

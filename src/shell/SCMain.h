@@ -9,12 +9,16 @@
 class QAction;
 class QLabel;
 class QPlainTextEdit;
+class QTabWidget;
+class QTableView;
 class QTreeWidgetItem;
 class QTreeWidget;
 
 namespace brindle {
 
+class TDLQuery;
 class TDLSQLiteDatabase;
+class TDataSetModel;
 
 class TfrmSCMain : public QMainWindow {
     Q_OBJECT
@@ -33,6 +37,10 @@ public:
     TDLSQLiteDatabase* CurrentDatabase() const { return FDatabase.get(); }
     QTreeWidget* Tree() const { return FTree; }
     QPlainTextEdit* DDLView() const { return mmoDDL; }
+    // The rows of the selected table or view, read-only.
+    QTableView* DataView() const { return grdData; }
+    TDataSetModel* DataModel() const { return FDataModel; }
+    QTabWidget* Pages() const { return pcObject; }
     QAction* acOpenDatabase = nullptr;
     QAction* acOpenDemoDatabase = nullptr;
     QAction* acCloseDatabase = nullptr;
@@ -50,13 +58,19 @@ private:
     void RefreshTree();
     void RefreshHeader();
     void ShowObjectDDL(QTreeWidgetItem* item);
+    void ShowObjectData(QTreeWidgetItem* item);
     void ShowError(const QString& message);
     void acOpenDatabaseExecute();
     void acOpenDemoDatabaseExecute();
 
     std::unique_ptr<TDLSQLiteDatabase> FDatabase;
+    // Declared after the database: destroyed before it.
+    std::unique_ptr<TDLQuery> FDataQuery;
     QTreeWidget* FTree = nullptr;
     QPlainTextEdit* mmoDDL = nullptr;
+    QTabWidget* pcObject = nullptr;
+    QTableView* grdData = nullptr;
+    TDataSetModel* FDataModel = nullptr;
     QLabel* lblHeader = nullptr;
     QLabel* lblLibrary = nullptr;
 };

@@ -7,6 +7,8 @@
 #include "schema/DLSQLiteParser.h"
 
 #include <QProcess>
+#include <QThread>
+#include <csignal>
 #include <gtest/gtest.h>
 
 namespace {
@@ -143,6 +145,48 @@ TEST(Cli, SchemaOfOneObject) {
     r = run({QStringLiteral("schema"), QStringLiteral(DEMO_DB), QStringLiteral("no_such_thing")});
     EXPECT_EQ(r.code, 1);
     EXPECT_EQ(r.err.trimmed(), QStringLiteral("Object not found: no_such_thing"));
+}
+
+TEST(Cli, QueryWritesTheLastSelectAsCsv) {
+    Result r = run({QStringLiteral("query"), QStringLiteral(DEMO_DB),
+                    QStringLiteral("select null as a, '' as b, 'x,y' as c, 'say \"hi\"' as d, 1.5 as e, "
+                                   "x'00ff' as f, -7 as g")});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_EQ(r.out, QStringLiteral("a,b,c,d,e,f,g\n,\"\",\"x,y\",\"say \"\"hi\"\"\",1.5,00ff,-7\n"));
+
+    r = run({QStringLiteral("query"), QStringLiteral(DEMO_DB),
+             QStringLiteral("select count(*) as n from orders; select code from countries order by code limit 2")});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_EQ(r.out.count(u'\n'), 3);
+    EXPECT_TRUE(r.out.startsWith(QLatin1String("code\n")));
+
+    r = run({QStringLiteral("query"), QStringLiteral(DEMO_DB), QStringLiteral("select frm orders")});
+    EXPECT_EQ(r.code, 1);
+    EXPECT_TRUE(r.err.contains(QLatin1String("syntax error"))) << r.err.toStdString();
+}
+
+TEST(Cli, QueryStopsOnInterruptAndLeavesNoTransaction) {
+    brindle::test::TempDir dir;
+    const QString path = dir.file(QStringLiteral("long.db"));
+    QProcess setup;
+    setup.start(QStringLiteral("sqlite3"), {path, QStringLiteral("create table t(a)")});
+    ASSERT_TRUE(setup.waitForFinished(30000));
+    QProcess p;
+    p.start(QStringLiteral(BRINDLE_CLI),
+            {QStringLiteral("query"), path,
+             QStringLiteral("begin; insert into t values (1); "
+                            "with recursive c(x) as (select 1 union all select x + 1 from c) select count(*) from c")});
+    ASSERT_TRUE(p.waitForStarted());
+    QThread::msleep(1500);
+    ::kill(static_cast<pid_t>(p.processId()), SIGINT);
+    ASSERT_TRUE(p.waitForFinished(20000));
+    EXPECT_EQ(p.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(p.exitCode(), 1);
+    EXPECT_EQ(QString::fromUtf8(p.readAllStandardError()).trimmed(), QStringLiteral("interrupted"));
+    QProcess check;
+    check.start(QStringLiteral("sqlite3"), {path, QStringLiteral("select count(*) from t")});
+    ASSERT_TRUE(check.waitForFinished(30000));
+    EXPECT_EQ(QString::fromUtf8(check.readAllStandardOutput()).trimmed(), QStringLiteral("0"));
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include "engine/DLSQLiteDatabase.h"
 #include "shell/SCMain.h"
 #include "shell/SCPaths.h"
+#include "widgets/DataSetModel.h"
 
 #include <QAction>
 #include <QApplication>
@@ -111,3 +112,57 @@ TEST_F(MainWindowTest, RefreshShowsObjectsMadeMeanwhile) {
 }
 
 }  // namespace
+
+namespace {
+
+QTreeWidgetItem* findNode(QTreeWidget* tree, const QString& name) {
+    const auto found = tree->findItems(name, Qt::MatchExactly | Qt::MatchRecursive);
+    return found.isEmpty() ? nullptr : found.first();
+}
+
+}  // namespace
+
+// Selecting a table or view shows its rows; the grid grows as it is
+// scrolled, a row at a time window, until the end is known.
+TEST_F(MainWindowTest, DataPageShowsTheRowsOfTheSelection) {
+    const QString path = dir.file(QStringLiteral("rows.db"));
+    {
+        TDLSQLiteDatabase db;
+        db.SetFileName(path);
+        db.CreateDatabase(0, 4096, QStringLiteral("UTF-8"), QString());
+        db.Execute(QStringLiteral(
+            "create table big(i integer primary key, s text, n);"
+            "with recursive c(x) as (select 1 union all select x + 1 from c where x < 2000) "
+            "insert into big select x, 'row ' || x, case when x % 2 then null else x end from c;"
+            "create view small as select i from big where i <= 3; create index big_s on big(s)"));
+    }
+    window.OpenDatabase(path);
+    TDataSetModel* model = window.DataModel();
+
+    window.Tree()->setCurrentItem(findNode(window.Tree(), QStringLiteral("big")));
+    ASSERT_TRUE(errors.isEmpty()) << errors.join(u'\n').toStdString();
+    EXPECT_EQ(model->columnCount(), 3);
+    EXPECT_EQ(model->headerData(1, Qt::Horizontal).toString(), QStringLiteral("s"));
+    EXPECT_EQ(model->rowCount(), 512);
+    EXPECT_FALSE(model->CountIsExact());
+    EXPECT_EQ(model->data(model->index(0, 1)).toString(), QStringLiteral("row 1"));
+    EXPECT_EQ(model->data(model->index(0, 2)).toString(), QStringLiteral("NULL"));
+    EXPECT_TRUE(model->data(model->index(0, 2), Qt::ForegroundRole).isValid());
+    EXPECT_EQ(model->data(model->index(1, 2)).toString(), QStringLiteral("2"));
+    while (model->canFetchMore(QModelIndex())) model->fetchMore(QModelIndex());
+    EXPECT_EQ(model->rowCount(), 2000);
+    EXPECT_TRUE(model->CountIsExact());
+    // Back to the top after the window moved to the end.
+    EXPECT_EQ(model->data(model->index(1999, 1)).toString(), QStringLiteral("row 2000"));
+    EXPECT_EQ(model->data(model->index(3, 1)).toString(), QStringLiteral("row 4"));
+
+    window.Tree()->setCurrentItem(findNode(window.Tree(), QStringLiteral("small")));
+    EXPECT_EQ(model->rowCount(), 3);
+    // An index has no rows of its own.
+    window.Tree()->setCurrentItem(findNode(window.Tree(), QStringLiteral("big_s")));
+    EXPECT_EQ(model->rowCount(), 0);
+    EXPECT_EQ(model->columnCount(), 0);
+    window.Tree()->setCurrentItem(findNode(window.Tree(), QStringLiteral("big")));
+    window.CloseDatabase();
+    EXPECT_EQ(model->rowCount(), 0);
+}

@@ -1,0 +1,209 @@
+#include "DLSQLiteLoad.h"
+
+#include "DLDataSet.h"
+#include "engine/DLDateTime.h"
+#include "engine/DLSQLite3API.h"
+#include "engine/DLSQLiteDatabase.h"
+
+#include <QDateTime>
+#include <sqlite3.h>
+
+namespace brindle {
+
+namespace {
+
+// Sizes kept for these types; the others have none.
+bool KeepsSize(TFieldType t) {
+    switch (t) {
+        case ftString: case ftBCD: case ftBytes: case ftVarBytes: case ftBlob: case ftMemo: case ftGraphic:
+        case ftFmtMemo: case ftParadoxOle: case ftDBaseOle: case ftTypedBinary: case ftWideString: case ftADT:
+        case ftArray: case ftWideMemo:
+            return true;
+        default:
+            return false;
+    }
+}
+
+// Now as days since 1899-12-30, local time.
+double NowAsDateTime() {
+    const QDateTime now = QDateTime::currentDateTime();
+    return (now.toMSecsSinceEpoch() + now.offsetFromUtc() * 1000.0) / 86400000.0 + 25569.0;
+}
+
+QString ColumnString(bool Unicode, const void* Text16, const char* Text8) {
+    if (Unicode) return Text16 ? QString::fromUtf16(static_cast<const char16_t*>(Text16)) : QString();
+    return Text8 ? QString::fromUtf8(Text8) : QString();
+}
+
+// The value of column Col into slot Index of the row, in its storage class.
+void ReadColumn(TSQLite3Driver& d, sqlite3_stmt* Stmt, int Col, bool Unicode, bool LoadBlobs, const TField& Field,
+                TDLSQLiteRecData& Rec) {
+    int storage = d.sqlite3_column_type(Stmt, Col);
+    const int index = Field.Index();
+    if (storage == SQLITE_NULL) {
+        Rec.SetStorageClass(index, scNull);
+        Rec.SetHasData(index, false);
+        Rec.SetRawData(index, QByteArray());
+        return;
+    }
+    // A BLOB field keeps whatever it holds as bytes.
+    if (Field.DataType() == ftBlob || Field.DataType() == ftGraphic) storage = SQLITE_BLOB;
+    Rec.SetStorageClass(index, storage);
+    Rec.SetHasData(index, true);
+    switch (storage) {
+        case SQLITE_INTEGER:
+            Rec.SetRawData(index, Int64ToRaw(d.sqlite3_column_int64(Stmt, Col)));
+            break;
+        case SQLITE_FLOAT:
+            Rec.SetRawData(index, FloatToRaw(d.sqlite3_column_double(Stmt, Col)));
+            break;
+        case SQLITE_TEXT:
+            if (Unicode) {
+                const void* p = d.sqlite3_column_text16(Stmt, Col);
+                const int bytes = d.sqlite3_column_bytes16(Stmt, Col);
+                Rec.SetRawData(index, QByteArray(static_cast<const char*>(p), bytes));
+            } else {
+                const char* p = reinterpret_cast<const char*>(d.sqlite3_column_text(Stmt, Col));
+                Rec.SetRawData(index, StringToRaw(QString::fromUtf8(p, d.sqlite3_column_bytes(Stmt, Col))));
+            }
+            break;
+        default:
+            if (LoadBlobs) {
+                const void* p = d.sqlite3_column_blob(Stmt, Col);
+                Rec.SetRawData(index, QByteArray(static_cast<const char*>(p), d.sqlite3_column_bytes(Stmt, Col)));
+            } else {
+                // Fetched when shown.
+                Rec.SetFullData(index, false);
+            }
+            break;
+    }
+}
+
+}  // namespace
+
+void GetFieldRecs(TDLSQLiteDatabase& Database, TDLSQLDataSet& DataSet, TSQLiteSQLHandle& SQLHandle,
+                  TFieldRecords& Fields) {
+    TSQLite3Driver& d = *SQLite3Driver;
+    sqlite3_stmt* stmt = SQLHandle.FSQLHandle;
+    const bool unicode = Database.Unicode();
+    const int n = stmt ? d.sqlite3_column_count(stmt) : 0;
+    Fields.clear();
+    QStringList declared;
+    for (int i = 0; i < n; ++i) {
+        TFieldRecord f;
+        const QString name = ColumnString(unicode, unicode ? d.sqlite3_column_name16(stmt, i) : nullptr,
+                                          unicode ? nullptr : d.sqlite3_column_name(stmt, i));
+        declared << ColumnString(unicode, unicode ? d.sqlite3_column_decltype16(stmt, i) : nullptr,
+                                 unicode ? nullptr : d.sqlite3_column_decltype(stmt, i));
+        f.DataType = ftWideString;
+        f.OriginalFieldName = name;
+        f.FieldName = name;
+        auto taken = [&](const QString& candidate) {
+            for (const TFieldRecord& e : Fields)
+                if (e.FieldName.compare(candidate, Qt::CaseInsensitive) == 0) return true;
+            return false;
+        };
+        for (int k = 1; taken(f.FieldName); ++k) f.FieldName = QStringLiteral("%1_%2").arg(name).arg(k);
+        Fields.push_back(f);
+    }
+    for (int i = 0; i < n; ++i) {
+        TFieldRecord& f = Fields[static_cast<size_t>(i)];
+        if (const TField* field = DataSet.FindField(f.FieldName)) {
+            f.DataType = field->DataType();
+            f.Size = field->Size();
+        } else if (!declared[i].isEmpty()) {
+            f.FullSQLType = declared[i];
+            Database.SQLStrToDataType(declared[i], f.DataType, f.Size, f.Precision, f.SQLType);
+            // A type name the mappings do not know is read as text.
+            if (f.DataType == ftUnknown) f.DataType = ftWideString;
+        }
+    }
+}
+
+void InitializeFieldDefs(TDLSQLiteDatabase& Database, TSQLiteSQLHandle& SQLHandle, TDLSQLDataSet& DataSet) {
+    TFieldDefs& defs = DataSet.FieldDefs();
+    defs.Clear();
+    TFieldRecords recs;
+    GetFieldRecs(Database, DataSet, SQLHandle, recs);
+    for (const TFieldRecord& f : recs) {
+        const TFieldType type = DataTypeToSupportedDataType(f.DataType);
+        TFieldDef& def = defs.Add(f.FieldName, type, KeepsSize(type) ? f.Size : (type == ftGuid ? 38 : 0), f.Required);
+        def.Precision = f.Precision;
+    }
+}
+
+void LoadRecords(TDLSQLiteDatabase& Database, TDLSQLDataSet& DataSet, TSQLiteSQLHandle& SQLHandle, int Offset,
+                 int Limit) {
+    TWaitCursorGuard wait(Database.FShowWaitCursor);
+    TDLDataSetData& recs = *DataSet.Recs();
+    recs.Clear();
+    sqlite3_stmt* stmt = SQLHandle.FSQLHandle;
+    const QString statement = SQLHandle.CurrentStatement();
+    struct TAfter {
+        TDLSQLiteDatabase& Database;
+        const QString& Statement;
+        ~TAfter() {
+            Database.InternalAfterExecute(Statement);
+            Database.SetLastLockTime(NowAsDateTime());
+        }
+    };
+    if (!stmt) {
+        TAfter after{Database, statement};
+        return;
+    }
+    Database.InternalBeforeExecute(statement);
+    TAfter after{Database, statement};
+    TSQLite3Driver& d = *SQLite3Driver;
+    if (Offset == 0 || Offset < SQLHandle.FLastSteppedRecNo) SQLHandle.Reset();
+
+    // Columns to fields once, not per row.
+    const int columns = d.sqlite3_column_count(stmt);
+    std::vector<const TField*> fieldOf(static_cast<size_t>(columns), nullptr);
+    for (int i = 0; i < columns && i < DataSet.FieldDefs().Count(); ++i)
+        fieldOf[static_cast<size_t>(i)] = DataSet.FindField(DataSet.FieldDefs().Items(i).Name);
+    const bool unicode = Database.Unicode();
+    const int encoding = Database.GetEncoding();
+    const qint64 end = static_cast<qint64>(Offset) + Limit;
+
+    bool Continue = true;
+    for (;;) {
+        const int rc = d.sqlite3_step(stmt);
+        if (rc == SQLITE_DONE) {
+            DataSet.SetEofReached();
+            break;
+        }
+        if (Database.FOnProgress) {
+            Database.DoOnProgress(Continue);
+            if (!Continue) {
+                DataSet.Abort();
+                break;
+            }
+        }
+        if (rc == SQLITE_INTERRUPT) {
+            DataSet.Abort();
+            break;
+        }
+        if (rc == SQLITE_MISUSE) break;
+        if (rc != SQLITE_ROW) {
+            d.sqlite3_finalize(stmt);
+            SQLHandle.FSQLHandle = nullptr;
+            Database.SQLiteCheck(rc, statement);
+            break;
+        }
+        if (SQLHandle.FLastSteppedRecNo >= Offset && SQLHandle.FLastSteppedRecNo < end) {
+            std::unique_ptr<TDLRecData> rec = recs.CreateRecData(true);
+            auto& sqliteRec = static_cast<TDLSQLiteRecData&>(*rec);
+            sqliteRec.FEncoding = encoding;
+            for (int i = 0; i < columns; ++i)
+                if (const TField* f = fieldOf[static_cast<size_t>(i)])
+                    ReadColumn(d, stmt, i, unicode, DataSet.FCacheBlobs, *f, sqliteRec);
+            recs.Append(std::move(rec));
+        }
+        ++SQLHandle.FLastSteppedRecNo;
+        if (DataSet.GetLastRecNo() < SQLHandle.FLastSteppedRecNo)
+            DataSet.SetLastRecNo(static_cast<int>(SQLHandle.FLastSteppedRecNo));
+        if (SQLHandle.FLastSteppedRecNo >= end) break;
+    }
+}
+
+}  // namespace brindle

@@ -1,0 +1,25 @@
+// Rows of a SQLite statement into a dataset: the result's columns as field
+// definitions, and paging through the open statement into the window.
+#pragma once
+
+#include "engine/DLDatabase.h"
+
+namespace brindle {
+
+class TDLSQLDataSet;
+class TDLSQLiteDatabase;
+class TSQLiteSQLHandle;
+
+// One entry per result column: name (made unique with "_1", "_2"...),
+// declared type mapped to a field type; an expression is ftWideString.
+void GetFieldRecs(TDLSQLiteDatabase& Database, TDLSQLDataSet& DataSet, TSQLiteSQLHandle& SQLHandle,
+                  TFieldRecords& Fields);
+// The dataset's field definitions from a prepared statement.
+void InitializeFieldDefs(TDLSQLiteDatabase& Database, TSQLiteSQLHandle& SQLHandle, TDLSQLDataSet& DataSet);
+// Clears the window and fills it with rows Offset .. Offset+Limit-1. Reading
+// on from a later offset continues the statement; an earlier one starts it
+// again. The statement stays open, with its read lock, until reset.
+void LoadRecords(TDLSQLiteDatabase& Database, TDLSQLDataSet& DataSet, TSQLiteSQLHandle& SQLHandle, int Offset,
+                 int Limit);
+
+}  // namespace brindle
