@@ -58,9 +58,7 @@ QByteArray WideStringToRaw(const QString& Value);
 // ftWideString).
 TFieldType DataTypeToSupportedDataType(TFieldType DataType);
 
-// -1, 0 or 1; an empty array sorts after anything, then memory order of
-// the common length, then the length.
-int CompareBytes(const QByteArray& X, const QByteArray& Y);
+// Byte arrays compare with CompareBytes of engine/DLTools.h.
 
 // ---------------------------------------------------------------------------
 // Bookmarks
