@@ -58,9 +58,7 @@ QByteArray WideStringToRaw(const QString& Value);
 // ftWideString).
 TFieldType DataTypeToSupportedDataType(TFieldType DataType);
 
-// -1, 0 or 1; an empty array sorts after anything, then memory order of
-// the common length, then the length.
-int CompareBytes(const QByteArray& X, const QByteArray& Y);
+// Byte arrays compare with CompareBytes of engine/DLTools.h.
 
 // ---------------------------------------------------------------------------
 // Bookmarks
@@ -147,7 +145,7 @@ public:
     virtual void Assign(const TDLRecData& Source);
     // For each field of Source's dataset, the field of the same name here.
     void CopyFrom(const TDLRecData& Source);
-    void CopyFieldData(const TDLRecData& Source, const TField& Field, const TField& SourceField);
+    virtual void CopyFieldData(const TDLRecData& Source, const TField& Field, const TField& SourceField);
 
     bool GetHasData(int Index) const { return FFlags[static_cast<size_t>(Index)] & rfHasData; }
     void SetHasData(int Index, bool Value);
@@ -209,6 +207,8 @@ public:
 
     void Init() override;
     void Assign(const TDLRecData& Source) override;
+    // Carries the storage class along with the bytes.
+    void CopyFieldData(const TDLRecData& Source, const TField& Field, const TField& SourceField) override;
     bool GetField(const TField& Field, QVariant* Value) const override;
     void SetField(const TField& Field, const QVariant& Value) override;
     QByteArray GetBlobData(const TField& Field) const override;
