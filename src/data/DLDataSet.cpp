@@ -44,7 +44,8 @@ TGetResult TDLDataSet::InternalGetRecord(TDLRecData& Buffer, TGetMode GetMode, b
         result = grError;
     } else {
         FRecs->UpdateBufferCount();
-        const int count = GetRecordCount();
+        // An estimated count bounds nothing: reading finds the true end.
+        const int count = ValidRecordCount() ? GetRecordCount() : -1;
         if (count == 0) return grEOF;
         switch (GetMode) {
             case gmCurrent:
@@ -152,10 +153,16 @@ int TDLDataSet::GetRecNo() {
 void TDLDataSet::SetRecNo(int Value) {
     CheckBrowseMode();
     const int count = GetRecordCount();
-    if (Value < 1 || (count >= 0 && Value > count)) return;
+    // An estimated count is no bound: the row may lie beyond it.
+    if (Value < 1 || (count >= 0 && Value > count && ValidRecordCount())) return;
     DoBeforeScroll();
     FCurRec = Value - 1;
     ReadActive(gmCurrent);
+    if (!FHasActive && ValidRecordCount() && GetRecordCount() > 0) {
+        // Past the end that the read just found: the last row it is.
+        InternalLast();
+        ReadActive(gmPrior);
+    }
     FBof = FEof = !FHasActive;
     DoAfterScroll();
     DataEvent(deDataSetChange);

@@ -168,19 +168,20 @@ void LoadRecords(TDLSQLiteDatabase& Database, TDLSQLDataSet& DataSet, TSQLiteSQL
     bool Continue = true;
     for (;;) {
         const int rc = d.sqlite3_step(stmt);
+        bool stopped = rc == SQLITE_INTERRUPT;
         if (rc == SQLITE_DONE) {
             DataSet.SetEofReached();
             break;
         }
         if (Database.FOnProgress) {
             Database.DoOnProgress(Continue);
-            if (!Continue) {
-                DataSet.Abort();
-                break;
-            }
+            if (!Continue) stopped = true;
         }
-        if (rc == SQLITE_INTERRUPT) {
+        if (stopped) {
+            // A stopped result ends where it stopped; reading on would run
+            // the statement again from its start.
             DataSet.Abort();
+            DataSet.SetEofReached();
             break;
         }
         if (rc == SQLITE_MISUSE) break;

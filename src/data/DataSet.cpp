@@ -305,8 +305,15 @@ TDLRecData* TDataSet::GetActiveRecData() const {
 
 QVariant TDataSet::GetFieldValue(const TField& Field) const {
     const TDLRecData* rec = GetActiveRecData();
+    if (!rec) return QVariant();
+    const TFieldType type = Field.DataType();
+    // Binary values have no typed reading: their bytes are the value.
+    if (type == ftBlob || type == ftGraphic || type == ftBytes || type == ftVarBytes) {
+        if (!rec->GetHasData(Field.Index())) return QVariant();
+        return rec->GetBlobData(Field);
+    }
     QVariant value;
-    if (rec && rec->GetField(Field, &value)) return value;
+    if (rec->GetField(Field, &value)) return value;
     return QVariant();
 }
 

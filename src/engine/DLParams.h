@@ -62,9 +62,24 @@ struct TParam {
     // A value was given; a parameter never given stops a query that needs it.
     bool Bound = false;
 
+    // A parameter without a type takes the type of its first value.
     void SetValue(const QVariant& value) {
         Value = value;
         Bound = true;
+        if (DataType == ftUnknown) DataType = TypeOfValue(value);
+    }
+    static TFieldType TypeOfValue(const QVariant& value) {
+        switch (value.typeId()) {
+            case QMetaType::Bool: return ftBoolean;
+            case QMetaType::Int:
+            case QMetaType::UInt: return ftInteger;
+            case QMetaType::LongLong:
+            case QMetaType::ULongLong: return ftLargeint;
+            case QMetaType::Double:
+            case QMetaType::Float: return ftFloat;
+            case QMetaType::QByteArray: return ftBlob;
+            default: return ftWideString;
+        }
     }
     bool IsNull() const { return !Value.isValid() || Value.isNull(); }
     QString AsString() const { return Value.toString(); }
@@ -87,7 +102,7 @@ public:
     TParam& operator[](int i) { return FItems[static_cast<size_t>(i)]; }
     const TParam& operator[](int i) const { return FItems[static_cast<size_t>(i)]; }
     TParam& Add(const QString& name, TFieldType type = ftUnknown, const QVariant& value = QVariant()) {
-        FItems.push_back(TParam{name, type, value, 0, value.isValid()});
+        FItems.push_back(TParam{name, type == ftUnknown && value.isValid() ? TParam::TypeOfValue(value) : type, value, 0, value.isValid()});
         return FItems.back();
     }
     // Case-insensitive; null when absent.

@@ -160,7 +160,7 @@ TEST(Cli, QueryWritesTheLastSelectAsCsv) {
     EXPECT_EQ(r.out.count(u'\n'), 3);
     EXPECT_TRUE(r.out.startsWith(QLatin1String("code\n")));
 
-    r = run({QStringLiteral("query"), QStringLiteral(DEMO_DB), QStringLiteral("select frm orders")});
+    r = run({QStringLiteral("query"), QStringLiteral(DEMO_DB), QStringLiteral("select * frm orders")});
     EXPECT_EQ(r.code, 1);
     EXPECT_TRUE(r.err.contains(QLatin1String("syntax error"))) << r.err.toStdString();
 }
