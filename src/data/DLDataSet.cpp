@@ -1,11 +1,16 @@
 #include "DLDataSet.h"
 
+#include "DLExpr.h"
 #include "DLSQLiteLoad.h"
 #include "engine/Assert.h"
+#include "engine/DLQuoteTools.h"
+#include "engine/DLSQLite3API.h"
 #include "engine/DLSQLiteDatabase.h"
 #include "engine/Exceptions.h"
 
+#include <algorithm>
 #include <climits>
+#include <utility>
 
 namespace brindle {
 
@@ -94,21 +99,110 @@ TGetResult TDLDataSet::GetRecord(TDLRecData& Buffer, TGetMode GetMode, bool DoCh
 }
 
 bool TDLDataSet::FilterAccept(TDLRecData& Buffer) {
-    if (!FFiltered || !OnFilterRecord) return true;
+    const bool byText = !FFilterText.isEmpty() && !FServerFiltered;
+    if (!FFiltered || (!OnFilterRecord && !byText)) return true;
     TDataSetState saved;
     SetTempState(dsFilter, saved);
     FFilterRecord = &Buffer;
+    struct TRestore {
+        TDLDataSet& DataSet;
+        TDataSetState Saved;
+        ~TRestore() {
+            DataSet.FFilterRecord = nullptr;
+            DataSet.RestoreState(Saved);
+        }
+    } restore{*this, saved};
     bool accept = true;
+    if (byText) {
+        TDLExpr& expr = Expr();
+        expr.SetExpression(FFilterText);
+        expr.Execute();
+        const QVariant value = expr.GetValue();
+        // Only a true result lets the row through; null and errors do not.
+        accept = expr.Successful() && value.typeId() == QMetaType::Bool && value.toBool();
+    }
+    if (OnFilterRecord) OnFilterRecord(*this, accept);
+    return accept;
+}
+
+TDLExpr& TDLDataSet::Expr() {
+    if (!FExpr) {
+        FExpr = std::make_unique<TDLExpr>();
+        FExpr->SetCaseInsensitive(FFilterOptions & foCaseInsensitive);
+        FExpr->SetDateFormat(FFilterDateFormat);
+        FExpr->FOnGetIdentifier = [this](const QString& Ident, QVariant& Value) {
+            QString name = Ident;
+            if (name.startsWith(u'[') && name.endsWith(u']') && name.size() >= 2) name = name.mid(1, name.size() - 2);
+            const TField* field = FindField(name);
+            Value = field ? GetFieldValue(*field) : QVariant();
+        };
+        if (HasCustomLike())
+            FExpr->FOnCustomLike = [this](const QVariant& Source, const QVariant& Pattern, bool& Result) {
+                CustomLike(Source, Pattern, Result);
+            };
+    }
+    return *FExpr;
+}
+
+void TDLDataSet::SetFilterText(const QString& Value) {
+    if (Value == FFilterText) return;
+    TDataSet::SetFilterText(Value);
+    if (FFiltered) FilterChanged();
+}
+
+void TDLDataSet::SetFiltered(bool Value) {
+    if (Value == FFiltered) return;
+    TDataSet::SetFiltered(Value);
+    FilterChanged();
+}
+
+void TDLDataSet::SetFilterOptions(int Value) {
+    TDataSet::SetFilterOptions(Value);
+    if (FExpr) FExpr->SetCaseInsensitive(Value & foCaseInsensitive);
+}
+
+void TDLDataSet::SetFilterDateFormat(const QString& Value) {
+    FFilterDateFormat = Value;
+    if (FExpr) FExpr->SetDateFormat(Value);
+}
+
+void TDLDataSet::FilterChanged() {
+    if (!Active()) return;
+    DisableControls();
     try {
-        OnFilterRecord(*this, accept);
+        // A filter that goes into the statement needs the statement run again.
+        if (CanServerFilter()) {
+            Close();
+            Open();
+        }
+        First();
     } catch (...) {
-        FFilterRecord = nullptr;
-        RestoreState(saved);
+        EnableControls();
         throw;
     }
-    FFilterRecord = nullptr;
-    RestoreState(saved);
-    return accept;
+    EnableControls();
+}
+
+bool TDLDataSet::FilterActive() const {
+    return FFiltered && (OnFilterRecord || (!FFilterText.isEmpty() && !FServerFiltered));
+}
+
+int TDLDataSet::GetFilteredCount() {
+    if (!FilterActive()) return GetRecordCount();
+    if (!FRecs || !FRecs->AllRecordsLoaded()) return -1;
+    int result = 0;
+    for (int i = 0, n = GetRecordCount(); i < n; ++i)
+        if (TDLRecData* rec = FRecs->GetItems(i); rec && FilterAccept(*rec)) ++result;
+    return result;
+}
+
+int TDLDataSet::GetFilteredRecNo() {
+    if (!FilterActive()) return GetRecNo();
+    if (!FRecs || !FRecs->AllRecordsLoaded()) return -1;
+    int result = 0;
+    for (int i = 0; i <= FCurRec && i < GetRecordCount(); ++i)
+        if (TDLRecData* rec = FRecs->GetItems(i); rec && FilterAccept(*rec)) ++result;
+    return result;
 }
 
 TDLRecData* TDLDataSet::GetActiveRecData() const {
@@ -175,6 +269,179 @@ const TDLRecData* TDLDataSet::RecordAt(int Index) {
     return FRecs->GetItems(Index);
 }
 
+// ---------------------------------------------------------------------------
+// Locating
+
+namespace {
+
+bool IsTextField(const TField& Field) {
+    const TFieldType type = Field.DataType();
+    return type == ftString || type == ftWideString || type == ftFixedChar || type == ftFixedWideChar;
+}
+
+QString StripTrailingBlanks(QString Text) {
+    qsizetype end = Text.size();
+    while (end > 0 && Text.at(end - 1) == u' ') --end;
+    Text.truncate(end);
+    return Text;
+}
+
+// A searched value in the form the comparison uses.
+QVariant NormalizeKeyValue(const TField& Field, const QVariant& Value, int Options) {
+    if (!Value.isValid() || Value.isNull()) return QVariant();
+    if (IsTextField(Field)) {
+        QString text = StripTrailingBlanks(Value.toString());
+        return (Options & loCaseInsensitive) ? text.toUpper() : text;
+    }
+    switch (Value.typeId()) {
+        case QMetaType::Int:
+        case QMetaType::Short:
+        case QMetaType::Char:
+        case QMetaType::SChar:
+        case QMetaType::UChar:
+        case QMetaType::UShort:
+        case QMetaType::UInt:
+            return Value.toLongLong();
+        default:
+            return Value;
+    }
+}
+
+bool FieldMatches(const TField& Field, const QVariant& FieldValue, const QVariant& Key, int Options) {
+    if (!Key.isValid()) return !FieldValue.isValid();
+    if (!FieldValue.isValid()) return false;
+    if (IsTextField(Field)) {
+        QString text = StripTrailingBlanks(FieldValue.toString());
+        if (Options & loCaseInsensitive) text = text.toUpper();
+        const QString key = Key.toString();
+        return (Options & loPartialKey) ? text.startsWith(key) : text == key;
+    }
+    if (Field.DataType() == ftBlob || Field.DataType() == ftGraphic)
+        return Key.typeId() == FieldValue.typeId() && Key == FieldValue;
+    QVariant converted = FieldValue;
+    if (!converted.convert(Key.metaType())) return false;
+    return converted == Key;
+}
+
+}  // namespace
+
+bool TDLDataSet::InternalLocate(const QString& KeyFields, const QVariantList& KeyValues, int Options) {
+    CheckBrowseMode();
+    const QStringList names = KeyFields.split(u';', Qt::SkipEmptyParts);
+    std::vector<const TField*> fields;
+    QVariantList keys;
+    for (int i = 0; i < names.size(); ++i) {
+        const TField& field = FieldByName(names[i].trimmed());
+        fields.push_back(&field);
+        keys.append(NormalizeKeyValue(field, KeyValues.value(i), Options));
+    }
+    auto matches = [&] {
+        if (!FHasActive) return false;
+        for (size_t i = 0; i < fields.size(); ++i)
+            if (!FieldMatches(*fields[i], GetFieldValue(*fields[i]), keys[static_cast<int>(i)], Options)) return false;
+        return true;
+    };
+    DisableControls();
+    struct TEnable {
+        TDataSet& DataSet;
+        ~TEnable() { DataSet.EnableControls(); }
+    } enable{*this};
+    const TBookmark start = GetBookmark();
+    if (matches()) return true;
+    for (First(); !Eof(); Next())
+        if (matches()) return true;
+    if (!start.isEmpty()) GotoBookmark(start);
+    return false;
+}
+
+bool TDLDataSet::Locate(const QString& KeyFields, const QVariantList& KeyValues, int Options) {
+    DoBeforeScroll();
+    const bool found = InternalLocate(KeyFields, KeyValues, Options);
+    if (found) {
+        DoAfterScroll();
+        DataEvent(deDataSetChange);
+    }
+    return found;
+}
+
+QVariantList TDLDataSet::Lookup(const QString& KeyFields, const QVariantList& KeyValues, const QString& ResultFields) {
+    QVariantList result;
+    const TBookmark start = GetBookmark();
+    if (InternalLocate(KeyFields, KeyValues, 0)) {
+        for (const QString& name : ResultFields.split(u';', Qt::SkipEmptyParts))
+            result.append(GetFieldValue(FieldByName(name.trimmed())));
+        // Lookup only reads: back to where the cursor stood.
+        if (!start.isEmpty()) GotoBookmark(start);
+    }
+    return result;
+}
+
+TBookmark TDLDataSet::GetBookmarkForRecNo(int RecNo) {
+    if (!FRecs || RecNo < 1) return TBookmark();
+    TDLRecData* rec = FRecs->GetItems(RecNo - 1);
+    if (!rec) return TBookmark();
+    std::unique_ptr<TDLRecData> copy = AllocRecordBuffer();
+    copy->Assign(*rec);
+    copy->FBookmarkData->UpdateBookmark(RecNo - 1);
+    return copy->FBookmarkData->GetBookmark();
+}
+
+bool TDLDataSet::Sortable() {
+    return FRecs && FRecs->Sortable();
+}
+
+void TDLDataSet::Sort(const TField& Field, bool Ascending) {
+    CheckBrowseMode();
+    auto* list = dynamic_cast<TDLListData*>(FRecs.get());
+    if (!list || !list->Sortable()) throw ECustomException(QStringLiteral("Dataset cannot be sorted"));
+    const TBookmark current = GetBookmark();
+    list->Sort(Field, Ascending);
+    // Row numbers moved; a bookmark that carries its own number finds the row.
+    if (!current.isEmpty() && FRecs->GetBookmarkIndex(current) >= 0) {
+        FCurRec = FRecs->GetBookmarkIndex(current);
+        ReadActive(gmCurrent);
+    } else {
+        InternalFirst();
+        ReadActive(gmNext);
+    }
+    FBof = FEof = !FHasActive;
+    DataEvent(deDataSetChange);
+}
+
+// ---------------------------------------------------------------------------
+// Copying
+
+void TDLDataSet::AssignFields(TDataSet& Source) {
+    if (!Source.Active()) throw ECustomException(QStringLiteral("Source dataset closed"));
+    for (int i = 0; i < FFields.Count(); ++i) {
+        TField& field = FFields[i];
+        if (field.FReadOnly) continue;
+        if (const TField* from = Source.FindField(field.FieldName())) SetFieldValue(field, Source.GetFieldValue(*from));
+    }
+}
+
+void TDLDataSet::CopyRecord(TDLDataSet& Source) {
+    if (!Source.Active()) throw ECustomException(QStringLiteral("Source dataset closed"));
+    Append();
+    try {
+        AssignFields(Source);
+        Post();
+    } catch (...) {
+        Cancel();
+        throw;
+    }
+}
+
+void TDLDataSet::CopyRecs(TDLDataSet& Source) {
+    if (!Source.Active()) throw ECustomException(QStringLiteral("Source dataset closed"));
+    DisableControls();
+    struct TEnable {
+        TDataSet& DataSet;
+        ~TEnable() { DataSet.EnableControls(); }
+    } enable{*this};
+    for (Source.First(); !Source.Eof(); Source.Next()) CopyRecord(Source);
+}
+
 QVariant TDLDataSet::GetOldFieldValue(const TField& Field) const {
     // The row as the container holds it; an edit works on the active buffer.
     if (FState == dsEdit && FRecs && FCurRec >= 0) {
@@ -194,6 +461,9 @@ void TDLDataSet::InternalEdit() {
 }
 
 void TDLDataSet::InternalPost() {
+    FPostedKeyValues.clear();
+    for (const QString& name : GetKeyFieldNames())
+        if (const TField* field = FindField(name)) FPostedKeyValues.append(GetFieldValue(*field));
     if (FState == dsEdit) {
         FRecs->SetItems(FCurRec, *FActiveBuffer);
     } else {
@@ -209,6 +479,15 @@ void TDLDataSet::InternalPost() {
         }
     }
     FRecs->RecordUpdated();
+}
+
+void TDLDataSet::DoAfterPost() {
+    // The key may have changed, or the row moved: find it by its values.
+    if (!FPostedKeyValues.isEmpty() && !FKeyFieldNames.isEmpty()) {
+        const QVariantList keys = std::exchange(FPostedKeyValues, QVariantList());
+        InternalLocate(FKeyFieldNames, keys, 0);
+    }
+    TDataSet::DoAfterPost();
 }
 
 void TDLDataSet::InternalDelete() {
@@ -272,6 +551,8 @@ void TDLSQLDataSet::InternalOpen() {
         FEofReached = false;
         FLastRecNo = 0;
         FSingleSQLHandle.reset();
+        FCheckpoints.clear();
+        FSeeking = false;
         FFields.Clear();
         TDLDataSet::InternalOpen();
         LoadRecords(0, static_cast<TDLBufferedData&>(*FRecs).Limit());
@@ -314,9 +595,16 @@ void TDLSQLDataSet::PrepareSingleSQL() {
 void TDLSQLDataSet::LoadRecords(int Offset, int Limit) {
     BRINDLE_ASSERT(FDatabase, "rows loaded without a database");
     FAborted = false;
-    if (!FSingleSQLHandle) PrepareSingleSQL();
+    if (!FSingleSQLHandle) {
+        // A new statement: rows and their marks may have changed.
+        FCheckpoints.clear();
+        FSeeking = false;
+        PrepareSingleSQL();
+    }
     try {
-        brindle::LoadRecords(*FDatabase, *this, *FSingleSQLHandle, Offset, Limit);
+        if (!FSeekSQL.isEmpty() && !FCheckpoints.empty()) SeekTowards(Offset);
+        brindle::LoadRecords(*FDatabase, *this, *FSingleSQLHandle, Offset, Limit,
+                             FSeekSQL.isEmpty() ? nullptr : &FCheckpoints, kCheckpointStep);
     } catch (...) {
         FSingleSQLHandle.reset();
         // A later page that fails leaves nothing half-read on screen.
@@ -337,10 +625,63 @@ void TDLSQLDataSet::LoadRecords(int Offset, int Limit) {
     }
 }
 
+void TDLSQLDataSet::SeekTowards(int Offset) {
+    const qint64 position = FSingleSQLHandle->FLastSteppedRecNo;
+    // The reader would start the statement again, or step far ahead.
+    const bool restart = Offset == 0 || Offset < position;
+    if (!restart && Offset - position <= kCheckpointStep) return;
+    const size_t mark = std::min(static_cast<size_t>(Offset / kCheckpointStep), FCheckpoints.size() - 1);
+    const qint64 start = static_cast<qint64>(mark) * kCheckpointStep;
+    if (mark >= 1 && (restart || start > position)) {
+        auto handle = std::make_unique<TSQLiteSQLHandle>(FDatabase, FSeekSQL);
+        FDatabase->Prepare(*handle);
+        if (handle->Prepared()) {
+            SQLite3Driver->sqlite3_bind_int64(handle->FSQLHandle, 1, FCheckpoints[mark]);
+            handle->FLastSteppedRecNo = start;
+            FSingleSQLHandle = std::move(handle);
+            FSeeking = true;
+            return;
+        }
+    }
+    // From the first row: a statement that began at a mark cannot go there.
+    if (restart && FSeeking) {
+        PrepareSingleSQL();
+        FSeeking = false;
+    }
+}
+
 int TDLSQLDataSet::GetRecordCount() {
     // Until the end was read, the count stays ahead of the cursor, so that
     // a scroll bar has room and reading on goes further.
     return FEofReached ? FLastRecNo : FLastRecNo * 2;
+}
+
+void TDLSQLDataSet::SetOrderClause(const QString& Value) {
+    FOrderClause = Value;
+    if (!Active()) return;
+    CheckBrowseMode();
+    const QString text = Value.isEmpty() ? FCurrentSQL : FCurrentSQL + u' ' + Value;
+    if (!FDatabase->IsValidSQL(text)) throw ECustomException(QStringLiteral("Cannot sort by: ") + Value);
+    FSingleSQLHandle.reset();
+    auto& recs = static_cast<TDLBufferedData&>(*FRecs);
+    recs.Clear();
+    recs.SetOffset(0);
+    FEofReached = false;
+    FLastRecNo = 0;
+    LoadRecords(0, recs.Limit());
+    First();
+}
+
+bool TDLSQLDataSet::Sortable() {
+    if (TDLDataSet::Sortable()) return true;
+    if (!Active() || FFields.Count() == 0 || FDatabase->HasOrderBy(FCurrentSQL)) return false;
+    return FDatabase->IsValidSQL(FCurrentSQL + u' ' + FOrderClause);
+}
+
+void TDLSQLDataSet::CustomLike(const QVariant& Source, const QVariant& Pattern, bool& Result) {
+    const QString sql = QStringLiteral("select %1 like %2")
+                            .arg(QuotedStr(Source.toString()), QuotedStr(Pattern.toString()));
+    Result = FDatabase && FDatabase->GetStringValue(sql) == QLatin1String("1");
 }
 
 void TDLSQLDataSet::ExecSQL() {
@@ -372,6 +713,43 @@ void TDLSQLDataSet::InternalRefresh() {
 }
 
 // ---------------------------------------------------------------------------
+// TDLDataLink
+
+TDLDataLink::TDLDataLink(TDataSet& Master, TDataSet& Detail) : FMaster(Master), FDetail(Detail) {
+    FMaster.AddListener(this);
+}
+
+TDLDataLink::~TDLDataLink() {
+    FMaster.RemoveListener(this);
+}
+
+void TDLDataLink::DataEvent(TDataSet& DataSet, TDataEvent Event) {
+    (void)DataSet;
+    switch (Event) {
+        case deDataSetChange:
+        case deDataSetScroll:
+        case deRecordChange:
+            if (FDetail.Active()) RefreshDetail();
+            break;
+        default:
+            break;
+    }
+}
+
+void TDLDataLink::RefreshDetail() {
+    if (!FMaster.Active() || FMaster.State() == dsSetKey || FMaster.State() == dsEdit ||
+        FMaster.State() == dsInsert)
+        return;
+    FDetail.DisableControls();
+    struct TEnable {
+        TDataSet& DataSet;
+        ~TEnable() { DataSet.EnableControls(); }
+    } enable{FDetail};
+    FDetail.Close();
+    FDetail.Open();
+}
+
+// ---------------------------------------------------------------------------
 // TDLQuery
 
 void TDLQuery::SetSQL(const QStringList& Value) {
@@ -379,7 +757,7 @@ void TDLQuery::SetSQL(const QStringList& Value) {
     FSQL = Value;
     FParams.Clear();
     FParamsMade = false;
-    SetSQLStr(FSQL.join(u'\n'));
+    SetSQLStr(SQLText());
 }
 
 void TDLQuery::CreateParams() {
@@ -408,9 +786,73 @@ TParam& TDLQuery::ParamByName(const QString& Name) {
 void TDLQuery::InternalSetParams(TSQLiteSQLHandle& SQLHandle) {
     CreateParams();
     if (FParams.Count() == 0) return;
-    for (int i = 0; i < FParams.Count(); ++i)
-        if (!FParams[i].Bound) throw ECustomException(QStringLiteral("Required param not set: ") + FParams[i].Name);
+    SetParamsFromCursor();
     Database()->BindParams(SQLHandle, &FParams);
+}
+
+void TDLQuery::SetParamsFromCursor() {
+    TDataSet* master = FDataLink ? FDataLink->Master() : nullptr;
+    for (int i = 0; i < FParams.Count(); ++i) {
+        TParam& p = FParams[i];
+        if (p.Bound) continue;
+        if (!master) throw ECustomException(QStringLiteral("Required param not set: ") + p.Name);
+        // Taken afresh from the master's row each time: it stays unbound.
+        QString name = p.Name;
+        if (name.startsWith(u':')) name.remove(0, 1);
+        const TField* field = master->FindField(name);
+        p.Value = field ? master->GetFieldValue(*field) : QVariant();
+        if (p.DataType == ftUnknown) p.DataType = field ? field->DataType() : ftWideString;
+    }
+}
+
+void TDLQuery::SetDataSource(TDataSet* Master) {
+    if (Master == this) throw ECustomException(QStringLiteral("Circular reference"));
+    for (auto* q = dynamic_cast<TDLQuery*>(Master); q; q = q->FDataLink ? dynamic_cast<TDLQuery*>(q->FDataLink->Master()) : nullptr)
+        if (q->FDataLink && q->FDataLink->Master() == this) throw ECustomException(QStringLiteral("Circular reference"));
+    FDataLink.reset();
+    if (Master) FDataLink = std::make_unique<TDLDataLink>(*Master, *this);
+}
+
+TDataSet* TDLQuery::DataSource() const {
+    return FDataLink ? FDataLink->Master() : nullptr;
+}
+
+bool TDLQuery::CanServerFilter() {
+    if (!Database()) return false;
+    QString text = SQLText().trimmed();
+    if (text.endsWith(u';')) text.chop(1);
+    if (text.contains(u';')) return false;
+    return Database()->IsValidSQL(text + QStringLiteral(" WHERE 1=1"));
+}
+
+QString TDLQuery::SQLText() const {
+    return FSQL.join(u'\n');
+}
+
+void TDLQuery::SetActive(bool Value) {
+    if (Value && !Active()) {
+        FServerFiltered = false;
+        QString text = SQLText();
+        if (FFiltered && !FFilterText.isEmpty() && CanServerFilter()) {
+            // Fields whose values the statement cannot compare as the filter
+            // means them stay out of it.
+            QStringList excluded;
+            for (int i = 0; i < FFieldDefs.Count(); ++i) {
+                const TFieldType type = FFieldDefs.Items(i).DataType;
+                if (type == ftDate || type == ftTime || type == ftDateTime || type == ftGuid)
+                    excluded << FFieldDefs.Items(i).Name;
+            }
+            const QString where = Database()->FixFilterExpression(FFilterText, excluded);
+            if (!where.isEmpty()) {
+                text = text.trimmed();
+                if (text.endsWith(u';')) text.chop(1);
+                text += QStringLiteral(" WHERE ") + where;
+                FServerFiltered = true;
+            }
+        }
+        SetSQLStr(text);
+    }
+    TDLSQLDataSet::SetActive(Value);
 }
 
 }  // namespace brindle

@@ -13,6 +13,7 @@
 
 namespace brindle {
 
+class TDLExpr;
 class TDLSQLiteDatabase;
 class TSQLiteSQLHandle;
 
@@ -43,6 +44,50 @@ public:
     virtual bool GetCanModify() const { return FCanModify && !FReadOnly; }
     TDLDataSetData* Recs() const { return FRecs.get(); }
 
+    // Finds the first row, from the current one on and then from the top,
+    // whose fields (semicolon-separated names) hold the values; stays put
+    // when none does. Options are TLocateOption bits.
+    bool Locate(const QString& KeyFields, const QVariantList& KeyValues, int Options = 0);
+    // The values of ResultFields in the row Locate would find, without
+    // moving; an empty list when there is none.
+    QVariantList Lookup(const QString& KeyFields, const QVariantList& KeyValues, const QString& ResultFields);
+    TBookmark GetBookmarkForRecNo(int RecNo);
+
+    // Rows in memory sort by a field; a SQL result sorts on the server.
+    virtual bool Sortable();
+    // Sorts the rows in memory; the cursor stays on its row.
+    void Sort(const TField& Field, bool Ascending);
+
+    // --- filtering ---------------------------------------------------------
+    void SetFilterText(const QString& Value) override;
+    void SetFiltered(bool Value) override;
+    void SetFilterOptions(int Value) override;
+    const QString& FilterDateFormat() const { return FFilterDateFormat; }
+    void SetFilterDateFormat(const QString& Value);
+    // The count of rows the filter lets through: -1 while not all are loaded.
+    int GetFilteredCount();
+    int GetFilteredRecNo();
+    // Whether the filter can move into the statement.
+    virtual bool CanServerFilter() { return false; }
+
+    // --- copying -----------------------------------------------------------
+    // Values of the fields of the same name; "Source dataset closed" when
+    // Source is not open.
+    void AssignFields(TDataSet& Source);
+    // Appends Source's current row and posts it.
+    void CopyRecord(TDLDataSet& Source);
+    // Appends every row of Source.
+    void CopyRecs(TDLDataSet& Source);
+
+    // --- TRecordOwner, for datasets without a statement --------------------
+    bool IsSQLDataSet() const override { return false; }
+    void LoadRecords(int Offset, int Limit) override {
+        (void)Offset;
+        (void)Limit;
+    }
+    int GetLastRecNo() const override { return 0; }
+    void SetLastRecNo(int Value) override { (void)Value; }
+
 protected:
     void InternalOpen() override;
     void InternalClose() override;
@@ -66,12 +111,30 @@ protected:
     // Whether a record passes the filter; without filter or handler, true.
     bool FilterAccept(TDLRecData& Buffer);
     TDLRecData* GetActiveRecData() const override;
+    // A pattern match of the filter's LIKE in place of the evaluator's own.
+    virtual bool HasCustomLike() const { return false; }
+    virtual void CustomLike(const QVariant& Source, const QVariant& Pattern, bool& Result) {
+        (void)Source;
+        (void)Pattern;
+        (void)Result;
+    }
+    TDLExpr& Expr();
+    // A filter applies in memory (one in the statement does not).
+    bool FilterActive() const;
+    // The filter changed: a dataset that filters in its statement reopens.
+    virtual void FilterChanged();
+    bool InternalLocate(const QString& KeyFields, const QVariantList& KeyValues, int Options);
+    void DoAfterPost() override;
 
     int FCurRec = -1;
     std::unique_ptr<TDLDataSetData> FRecs;
     bool FCanModify = true;
     std::unique_ptr<TDLRecData> FFilterBuffer;
     TDLRecData* FFilterRecord = nullptr;  // the record under test while filtering
+    std::unique_ptr<TDLExpr> FExpr;
+    bool FServerFiltered = false;  // the filter text went into the statement
+    QString FFilterDateFormat;
+    QVariantList FPostedKeyValues;  // the key of the row last posted
 };
 
 // A dataset over the statements of a text, run on a SQLite database. Rows
@@ -107,7 +170,11 @@ public:
     bool FSmartBuffering = true;
     bool FCacheBlobs = true;
     bool FRecordCounting = false;
-    QString FOrderClause;
+
+    const QString& OrderClause() const { return FOrderClause; }
+    // Reads the rows again in this order when the statement takes it.
+    void SetOrderClause(const QString& Value);
+    bool Sortable() override;
 
 protected:
     void InternalOpen() override;
@@ -121,9 +188,25 @@ protected:
     // Binds the parameters of a prepared statement; nothing here.
     virtual void InternalSetParams(TSQLiteSQLHandle& SQLHandle) { (void)SQLHandle; }
     void CheckConnected();
+    // SQLite's own LIKE, so that a filter matches as a WHERE clause would.
+    bool HasCustomLike() const override { return true; }
+    void CustomLike(const QVariant& Source, const QVariant& Pattern, bool& Result) override;
+
+    QString FOrderClause;
+    // The same rows from a rowid on, for a result that comes in rowid order
+    // with the rowid first: "... where rowid >= ?1 order by rowid". With
+    // it, a window far behind the statement's position is read from the
+    // nearest noted rowid instead of from the first row.
+    QString FSeekSQL;
 
 private:
     void PrepareSingleSQL();
+    // Puts a statement that continues the result at the noted row nearest
+    // below Offset in place of the open one, when that saves stepping.
+    void SeekTowards(int Offset);
+    static constexpr int kCheckpointStep = 2048;
+    std::vector<qint64> FCheckpoints;
+    bool FSeeking = false;  // the open statement began at a mark
 
     TDLSQLiteDatabase* FDatabase = nullptr;  // not owned
     QString FSQLStr;
@@ -135,9 +218,37 @@ private:
     bool FEofReached = false;
 };
 
+// Opens a detail dataset again whenever its master moves to another row.
+// Listens to the master, which must outlive the link.
+class TDLDataLink : public IDataSetListener {
+public:
+    TDLDataLink(TDataSet& Master, TDataSet& Detail);
+    ~TDLDataLink() override;
+    TDLDataLink(const TDLDataLink&) = delete;
+    TDLDataLink& operator=(const TDLDataLink&) = delete;
+
+    TDataSet* Master() const { return &FMaster; }
+    void DataEvent(TDataSet& DataSet, TDataEvent Event) override;
+    void RefreshDetail();
+
+private:
+    TDataSet& FMaster;
+    TDataSet& FDetail;
+};
+
 // A SQL dataset with its text as lines and its parameters.
 class TDLQuery : public TDLSQLDataSet {
 public:
+    void SetActive(bool Value) override;
+    // A filter moves into the statement as a WHERE clause when the text is
+    // one statement that takes one.
+    bool CanServerFilter() override;
+    // Parameters not set take the master's field of the same name, read
+    // each time the master moves; null for none. "Circular reference" when
+    // the link would come back here.
+    void SetDataSource(TDataSet* Master);
+    TDataSet* DataSource() const;
+
     const QStringList& SQL() const { return FSQL; }
     void SetSQL(const QStringList& Value);
     void SetSQL(const QString& Text) { SetSQL(QStringList{Text}); }
@@ -151,9 +262,12 @@ protected:
 
 private:
     void CreateParams();
+    void SetParamsFromCursor();
+    QString SQLText() const;
     QStringList FSQL;
     TParams FParams;
     bool FParamsMade = false;
+    std::unique_ptr<TDLDataLink> FDataLink;
 };
 
 }  // namespace brindle

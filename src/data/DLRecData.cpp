@@ -377,6 +377,18 @@ void TDLRecData::SetField(const TField& Field, const QVariant& Value) {
     SetRawData(index, hasData ? raw : QByteArray());
 }
 
+QVariant GetFieldVariant(const TDLRecData& Rec, const TField& Field) {
+    const TFieldType type = Field.DataType();
+    // Binary values have no typed reading: their bytes are the value.
+    if (type == ftBlob || type == ftGraphic || type == ftBytes || type == ftVarBytes) {
+        if (!Rec.GetHasData(Field.Index())) return QVariant();
+        return Rec.GetBlobData(Field);
+    }
+    QVariant value;
+    if (Rec.GetField(Field, &value)) return value;
+    return QVariant();
+}
+
 QByteArray TDLRecData::GetBlobData(const TField& Field) const {
     return GetRawData(Field.Index());
 }

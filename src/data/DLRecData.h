@@ -193,6 +193,10 @@ protected:
     std::vector<QByteArray> FRawData;
 };
 
+// The value of a field in a row as a view shows it: invalid for null,
+// the bytes of a binary field, else as GetField reads it.
+QVariant GetFieldVariant(const TDLRecData& Rec, const TField& Field);
+
 // Storage classes of the engine.
 enum TStorageClass { scInteger = 1, scFloat = 2, scText = 3, scBlob = 4, scNull = 5 };
 

@@ -133,7 +133,7 @@ void InitializeFieldDefs(TDLSQLiteDatabase& Database, TSQLiteSQLHandle& SQLHandl
 }
 
 void LoadRecords(TDLSQLiteDatabase& Database, TDLSQLDataSet& DataSet, TSQLiteSQLHandle& SQLHandle, int Offset,
-                 int Limit) {
+                 int Limit, std::vector<qint64>* Checkpoints, int CheckpointStep) {
     TWaitCursorGuard wait(Database.FShowWaitCursor);
     TDLDataSetData& recs = *DataSet.Recs();
     recs.Clear();
@@ -191,6 +191,9 @@ void LoadRecords(TDLSQLiteDatabase& Database, TDLSQLDataSet& DataSet, TSQLiteSQL
             Database.SQLiteCheck(rc, statement);
             break;
         }
+        if (Checkpoints && SQLHandle.FLastSteppedRecNo % CheckpointStep == 0 &&
+            SQLHandle.FLastSteppedRecNo / CheckpointStep == static_cast<qint64>(Checkpoints->size()))
+            Checkpoints->push_back(d.sqlite3_column_int64(stmt, 0));
         if (SQLHandle.FLastSteppedRecNo >= Offset && SQLHandle.FLastSteppedRecNo < end) {
             std::unique_ptr<TDLRecData> rec = recs.CreateRecData(true);
             auto& sqliteRec = static_cast<TDLSQLiteRecData&>(*rec);

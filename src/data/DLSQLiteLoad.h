@@ -4,6 +4,8 @@
 
 #include "engine/DLDatabase.h"
 
+#include <vector>
+
 namespace brindle {
 
 class TDLSQLDataSet;
@@ -19,7 +21,11 @@ void InitializeFieldDefs(TDLSQLiteDatabase& Database, TSQLiteSQLHandle& SQLHandl
 // Clears the window and fills it with rows Offset .. Offset+Limit-1. Reading
 // on from a later offset continues the statement; an earlier one starts it
 // again. The statement stays open, with its read lock, until reset.
+//
+// With Checkpoints, the integer in the first column of every
+// CheckpointStep-th row is noted as it is stepped over: entry i belongs to
+// row i * CheckpointStep (from 0).
 void LoadRecords(TDLSQLiteDatabase& Database, TDLSQLDataSet& DataSet, TSQLiteSQLHandle& SQLHandle, int Offset,
-                 int Limit);
+                 int Limit, std::vector<qint64>* Checkpoints = nullptr, int CheckpointStep = 0);
 
 }  // namespace brindle

@@ -212,7 +212,7 @@ void TDataSet::Insert() {
     InternalInitRecord(*FActiveBuffer);
     FActiveBuffer->FBookmarkFlag = bfInserted;
     SetState(dsInsert);
-    Fire(OnNewRecord, *this);
+    DoOnNewRecord();
     Fire(AfterInsert, *this);
     DataEvent(deDataSetChange);
 }
@@ -226,7 +226,7 @@ void TDataSet::Append() {
     InternalInitRecord(*FActiveBuffer);
     FActiveBuffer->FBookmarkFlag = bfEOF;
     SetState(dsInsert);
-    Fire(OnNewRecord, *this);
+    DoOnNewRecord();
     Fire(AfterInsert, *this);
     DataEvent(deDataSetChange);
 }
@@ -240,6 +240,10 @@ void TDataSet::Post() {
     FBof = FEof = false;
     DoAfterPost();
     DataEvent(deDataSetChange);
+}
+
+void TDataSet::DoOnNewRecord() {
+    Fire(OnNewRecord, *this);
 }
 
 void TDataSet::DoAfterPost() {
@@ -305,16 +309,7 @@ TDLRecData* TDataSet::GetActiveRecData() const {
 
 QVariant TDataSet::GetFieldValue(const TField& Field) const {
     const TDLRecData* rec = GetActiveRecData();
-    if (!rec) return QVariant();
-    const TFieldType type = Field.DataType();
-    // Binary values have no typed reading: their bytes are the value.
-    if (type == ftBlob || type == ftGraphic || type == ftBytes || type == ftVarBytes) {
-        if (!rec->GetHasData(Field.Index())) return QVariant();
-        return rec->GetBlobData(Field);
-    }
-    QVariant value;
-    if (rec->GetField(Field, &value)) return value;
-    return QVariant();
+    return rec ? GetFieldVariant(*rec, Field) : QVariant();
 }
 
 void TDataSet::SetFieldValue(const TField& Field, const QVariant& Value) {

@@ -166,6 +166,7 @@ protected:
 
     virtual void DoBeforeClose();
     virtual void DoAfterPost();
+    virtual void DoOnNewRecord();
     void DoBeforeScroll();
     void DoAfterScroll();
     void SetState(TDataSetState Value);

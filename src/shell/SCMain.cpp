@@ -1,7 +1,7 @@
 #include "SCMain.h"
 
 #include "SCPaths.h"
-#include "data/DLDataSet.h"
+#include "data/DLTable.h"
 #include "engine/DLObjectNames.h"
 #include "engine/DLQuoteTools.h"
 #include "engine/DLSQLite3API.h"
@@ -210,9 +210,9 @@ void TfrmSCMain::ShowObjectData(QTreeWidgetItem* item) {
     const QString name = item ? item->data(0, Qt::UserRole).toString() : QString();
     const QString kind = item ? item->data(0, Qt::UserRole + 1).toString() : QString();
     if (!FDatabase || !FDatabase->Connected() || name.isEmpty() || kind != QLatin1String("rows")) return;
-    auto query = std::make_unique<TDLQuery>();
+    auto query = std::make_unique<TDLTable>();
     query->SetDatabase(FDatabase.get());
-    query->SetSQL(QStringLiteral("select * from ") + QuoteObject(name));
+    query->SetTableName(name);
     try {
         query->Open();
     } catch (const ECustomException& e) {

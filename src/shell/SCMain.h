@@ -16,7 +16,7 @@ class QTreeWidget;
 
 namespace brindle {
 
-class TDLQuery;
+class TDLTable;
 class TDLSQLiteDatabase;
 class TDataSetModel;
 
@@ -65,7 +65,7 @@ private:
 
     std::unique_ptr<TDLSQLiteDatabase> FDatabase;
     // Declared after the database: destroyed before it.
-    std::unique_ptr<TDLQuery> FDataQuery;
+    std::unique_ptr<TDLTable> FDataQuery;
     QTreeWidget* FTree = nullptr;
     QPlainTextEdit* mmoDDL = nullptr;
     QTabWidget* pcObject = nullptr;

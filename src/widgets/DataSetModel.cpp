@@ -35,6 +35,10 @@ void TDataSetModel::Reload() {
     FRows = FDataSet && FDataSet->Active() ? (FDataSet->EofReached() ? FDataSet->GetRecordCount()
                                                                       : FDataSet->GetLastRecNo())
                                            : 0;
+    FColumns.clear();
+    if (FDataSet && FDataSet->Active())
+        for (int i = 0; i < FDataSet->Fields().Count(); ++i)
+            if (FDataSet->Fields()[i].FVisible) FColumns.push_back(i);
     endResetModel();
 }
 
@@ -52,8 +56,7 @@ int TDataSetModel::rowCount(const QModelIndex& Parent) const {
 }
 
 int TDataSetModel::columnCount(const QModelIndex& Parent) const {
-    if (Parent.isValid() || !FDataSet || !FDataSet->Active()) return 0;
-    return FDataSet->Fields().Count();
+    return Parent.isValid() ? 0 : static_cast<int>(FColumns.size());
 }
 
 bool TDataSetModel::canFetchMore(const QModelIndex& Parent) const {
@@ -90,8 +93,9 @@ QString TDataSetModel::DisplayText(const QVariant& Value, TFieldType DataType) {
 
 QVariant TDataSetModel::data(const QModelIndex& Index, int Role) const {
     if (!Index.isValid() || !FDataSet || !FDataSet->Active()) return QVariant();
+    if (Index.column() >= static_cast<int>(FColumns.size())) return QVariant();
     if (Role != Qt::DisplayRole && Role != Qt::ForegroundRole && Role != Qt::TextAlignmentRole) return QVariant();
-    const TField& field = FDataSet->Fields()[Index.column()];
+    const TField& field = FDataSet->Fields()[FColumns[static_cast<size_t>(Index.column())]];
     if (Role == Qt::TextAlignmentRole) {
         const TFieldType t = field.DataType();
         const bool number = t == ftLargeint || t == ftFloat || t == ftCurrency || t == ftInteger || t == ftSmallint;
@@ -99,8 +103,7 @@ QVariant TDataSetModel::data(const QModelIndex& Index, int Role) const {
     }
     QVariant value;
     try {
-        const TDLRecData* rec = FDataSet->RecordAt(Index.row());
-        if (rec && !rec->GetField(field, &value)) value = QVariant();
+        if (const TDLRecData* rec = FDataSet->RecordAt(Index.row())) value = GetFieldVariant(*rec, field);
     } catch (const ECustomException&) {
         return QVariant();
     }
@@ -112,8 +115,9 @@ QVariant TDataSetModel::data(const QModelIndex& Index, int Role) const {
 QVariant TDataSetModel::headerData(int Section, Qt::Orientation Orientation, int Role) const {
     if (Role != Qt::DisplayRole) return QVariant();
     if (Orientation == Qt::Vertical) return Section + 1;
-    if (!FDataSet || !FDataSet->Active() || Section >= FDataSet->Fields().Count()) return QVariant();
-    return FDataSet->Fields()[Section].DisplayName();
+    if (!FDataSet || !FDataSet->Active() || Section < 0 || Section >= static_cast<int>(FColumns.size()))
+        return QVariant();
+    return FDataSet->Fields()[FColumns[static_cast<size_t>(Section)]].DisplayName();
 }
 
 }  // namespace brindle

@@ -7,6 +7,7 @@
 #include "data/DataSet.h"
 
 #include <QAbstractTableModel>
+#include <vector>
 
 namespace brindle {
 
@@ -43,6 +44,7 @@ private:
 
     TDLSQLDataSet* FDataSet = nullptr;  // not owned
     int FRows = 0;
+    std::vector<int> FColumns;  // the visible fields' indexes, in order
 };
 
 }  // namespace brindle
