@@ -389,6 +389,31 @@ QVariant GetFieldVariant(const TDLRecData& Rec, const TField& Field) {
     return QVariant();
 }
 
+void SetFieldVariant(TDLRecData& Rec, const TField& Field, const QVariant& Value) {
+    const TFieldType type = Field.DataType();
+    if (Value.isValid() && (type == ftBlob || type == ftGraphic || type == ftBytes || type == ftVarBytes)) {
+        Rec.SetBlobData(Field, Value.toByteArray());
+        Rec.SetHasData(Field.Index(), true);
+        Rec.SetModified(Field.Index(), true);
+        return;
+    }
+    if (!Value.isValid() && (type == ftBlob || type == ftGraphic || type == ftBytes || type == ftVarBytes)) {
+        Rec.SetBlobData(Field, QByteArray());
+        Rec.SetHasData(Field.Index(), false);
+        Rec.SetModified(Field.Index(), true);
+        if (auto* sqlite = dynamic_cast<TDLSQLiteRecData*>(&Rec)) sqlite->SetStorageClass(Field.Index(), scNull);
+        return;
+    }
+    Rec.SetField(Field, Value);
+}
+
+int CompareBlobValues(const QByteArray& Left, const QByteArray& Right) {
+    if (Left.constData() == Right.constData() && Left.size() == Right.size()) return 0;
+    if (Left.isEmpty()) return Right.isEmpty() ? 0 : -1;
+    if (Right.isEmpty()) return 1;
+    return MemCmp(Left.constData(), Right.constData(), static_cast<size_t>(std::min(Left.size(), Right.size())));
+}
+
 QByteArray TDLRecData::GetBlobData(const TField& Field) const {
     return GetRawData(Field.Index());
 }

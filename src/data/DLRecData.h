@@ -196,6 +196,11 @@ protected:
 // The value of a field in a row as a view shows it: invalid for null,
 // the bytes of a binary field, else as GetField reads it.
 QVariant GetFieldVariant(const TDLRecData& Rec, const TField& Field);
+// The reverse: an invalid Value stores null, a binary field takes bytes.
+void SetFieldVariant(TDLRecData& Rec, const TField& Field, const QVariant& Value);
+// BLOB values as a variant compares them: the shorter length's bytes
+// decide, so a value and its own prefix are equal; an empty value is less.
+int CompareBlobValues(const QByteArray& Left, const QByteArray& Right);
 
 // Storage classes of the engine.
 enum TStorageClass { scInteger = 1, scFloat = 2, scText = 3, scBlob = 4, scNull = 5 };

@@ -316,7 +316,7 @@ void TDataSet::SetFieldValue(const TField& Field, const QVariant& Value) {
     if (FState != dsEdit && FState != dsInsert)
         throw ECustomException(QStringLiteral("Dataset not in edit or insert mode"));
     if (Field.FReadOnly) throw ECustomException(QStringLiteral("Field '%1' cannot be modified").arg(Field.FieldName()));
-    GetActiveRecData()->SetField(Field, Value);
+    SetFieldVariant(*GetActiveRecData(), Field, Value);
     DataEvent(deFieldChange);
 }
 

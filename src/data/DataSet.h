@@ -104,6 +104,11 @@ public:
     virtual QVariant GetFieldValue(const TField& Field) const;
     virtual void SetFieldValue(const TField& Field, const QVariant& Value);
     virtual QVariant GetOldFieldValue(const TField& Field) const;
+    // The record the state selects (the row under the cursor, the one being
+    // edited, the one under the filter); null when none.
+    TDLRecData* ActiveRecData() const { return GetActiveRecData(); }
+    // Tells the views that a field of the active record was written directly.
+    void NotifyFieldChange() { DataEvent(deFieldChange); }
 
     // --- bookmarks ---------------------------------------------------------
     TBookmark GetBookmark();

@@ -257,3 +257,59 @@ TEST_F(DataSetTest, ReadOnlyResultRefusesEdits) {
         EXPECT_EQ(e.message(), QStringLiteral("Database not assigned."));
     }
 }
+
+TEST_F(DataSetTest, LongValuesReadWhole) {
+    // 100 MB in one BLOB, and text longer than its declared size.
+    db->Execute(QStringLiteral("create table l(b blob, s varchar(5));"
+                               "insert into l values (zeroblob(104857600), 'longer than five');"
+                               "update l set b = cast(x'ff' as blob) || substr(b, 2)"));
+    auto q = Query(QStringLiteral("select b, s from l"));
+    q->Open();
+    const QByteArray b = q->FieldByName(QStringLiteral("b")).Value().toByteArray();
+    ASSERT_EQ(b.size(), 104857600);
+    EXPECT_EQ(static_cast<unsigned char>(b.at(0)), 0xff);
+    EXPECT_EQ(b.at(b.size() - 1), '\0');
+    EXPECT_EQ(q->FieldByName(QStringLiteral("s")).AsString(), QStringLiteral("longer than five"));
+}
+
+TEST_F(DataSetTest, OrdersAndFiltersOfAQuery) {
+    Fill(3000);
+    auto q = Query(QStringLiteral("select * from t;"));
+    EXPECT_TRUE(q->CanServerFilter());  // a semicolon at the end only
+    q->SetFilterText(QStringLiteral("i >= 2990 or i = 5"));
+    q->SetFiltered(true);
+    q->Open();
+    EXPECT_EQ(q->GetRecordCount(), 12);
+    q->SetOrderClause(QStringLiteral("order by i desc"));
+    EXPECT_EQ(q->FieldByName(QStringLiteral("i")).Value().toLongLong(), 3000);
+    EXPECT_THROW(q->SetOrderClause(QStringLiteral("order by nothing_here")), ECustomException);
+    q->Close();
+
+    // Two statements: the filter stays in memory, and its count waits for
+    // every row.
+    auto u = Query(QStringLiteral("select 0 as i; select i, s from t"));
+    EXPECT_FALSE(u->CanServerFilter());
+    u->SetFilterText(QStringLiteral("i > 2500"));
+    u->SetFiltered(true);
+    u->Open();
+    EXPECT_EQ(u->FieldByName(QStringLiteral("i")).Value().toLongLong(), 2501);
+    EXPECT_EQ(u->GetFilteredCount(), -1);
+    // Locate finds a row outside the window and moves it.
+    u->SetFiltered(false);
+    EXPECT_TRUE(u->Locate(QStringLiteral("s"), {QStringLiteral("row 2999")}));
+    EXPECT_EQ(u->GetRecNo(), 2999);
+}
+
+TEST_F(DataSetTest, DetailQueryTakesParametersFromItsMaster) {
+    Fill(5);
+    auto master = Query(QStringLiteral("select i as id from t where i in (2, 4) order by i"));
+    master->Open();
+    auto detail = Query(QStringLiteral("select s from t where i = :id"));
+    detail->SetDataSource(master.get());
+    detail->Open();
+    EXPECT_EQ(detail->FieldByName(QStringLiteral("s")).AsString(), QStringLiteral("row 2"));
+    master->Next();
+    EXPECT_EQ(detail->FieldByName(QStringLiteral("s")).AsString(), QStringLiteral("row 4"));
+    EXPECT_FALSE(detail->Params()[0].Bound);
+    EXPECT_THROW(master->SetDataSource(detail.get()), ECustomException);
+}
