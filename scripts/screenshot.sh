@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Starts the program on the demo database under a virtual X server and saves
-# a screenshot of the screen: scripts/screenshot.sh [OUT.png]
+# a screenshot of the screen: scripts/screenshot.sh [OUT.png [X,Y ...]]
+# Each X,Y is a mouse click made, in order, before the picture is taken.
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 build="${BRINDLE_BUILD_DIR:-$root/build}"
@@ -14,5 +15,9 @@ sleep 1
 DISPLAY="$display" QT_QPA_PLATFORM=xcb "$build/bin/brindle" "$build/share/Brindle/Desk 3/Data/dbdemos.db3" &
 app=$!
 sleep "${BRINDLE_SCREENSHOT_DELAY:-3}"
+for click in "${@:2}"; do
+  DISPLAY="$display" xdotool mousemove "${click%,*}" "${click#*,}" click 1
+  sleep 1
+done
 DISPLAY="$display" import -window root "$out"
 echo "screenshot: $out"

@@ -21,9 +21,10 @@
 #include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QSplitter>
+#include <QShortcut>
+#include <QStatusBar>
 #include <QTabWidget>
 #include <QTableView>
-#include <QStatusBar>
 #include <QToolBar>
 #include <QTreeWidget>
 #include <QVBoxLayout>
@@ -59,6 +60,16 @@ TfrmSCMain::TfrmSCMain(QWidget* parent) : QMainWindow(parent) {
     grdData->verticalHeader()->setDefaultSectionSize(grdData->fontMetrics().height() + 6);
     FDataModel = new TDataSetModel(this);
     grdData->setModel(FDataModel);
+    // Ctrl+End goes to the true last row, reading the result to its end.
+    auto* toEnd = new QShortcut(QKeySequence(Qt::CTRL | Qt::Key_End), grdData, nullptr, nullptr, Qt::WidgetShortcut);
+    connect(toEnd, &QShortcut::activated, this, [this] {
+        FDataModel->FetchAll();
+        if (const int rows = FDataModel->rowCount(); rows > 0) {
+            const QModelIndex last = FDataModel->index(rows - 1, std::max(0, grdData->currentIndex().column()));
+            grdData->setCurrentIndex(last);
+            grdData->scrollTo(last);
+        }
+    });
     mmoDDL = new QPlainTextEdit(pcObject);
     mmoDDL->setObjectName(QStringLiteral("mmoDDL"));
     mmoDDL->setReadOnly(true);

@@ -82,6 +82,15 @@ void TDataSetModel::fetchMore(const QModelIndex& Parent) {
     endInsertRows();
 }
 
+void TDataSetModel::FetchAll() {
+    if (CountIsExact()) return;
+    try {
+        FDataSet->Last();  // announces the change, which reloads the model
+    } catch (const ECustomException&) {
+        Reload();
+    }
+}
+
 QString TDataSetModel::DisplayText(const QVariant& Value, TFieldType DataType) {
     if (!Value.isValid()) return QStringLiteral("NULL");
     if (DataType == ftBlob || DataType == ftGraphic)

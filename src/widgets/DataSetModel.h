@@ -27,6 +27,9 @@ public:
     // False while rows may follow those the model has (the count is a
     // lower bound).
     bool CountIsExact() const;
+    // Reads on to the end of the result, so that every row has its place
+    // (a jump to the last row); the dataset's cursor ends there.
+    void FetchAll();
 
     int rowCount(const QModelIndex& Parent = QModelIndex()) const override;
     int columnCount(const QModelIndex& Parent = QModelIndex()) const override;
