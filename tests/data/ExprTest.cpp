@@ -1,7 +1,9 @@
-// The grammar runtime base.
+// The grammar runtime base, and LIKE.
 #include "data/CocoRGrammar.h"
+#include "data/DLLike.h"
 
 #include <gtest/gtest.h>
+#include <QElapsedTimer>
 #include <QStringList>
 
 using namespace brindle;
@@ -121,4 +123,33 @@ TEST(CocoRGrammar, BookmarksReturnToAReadingPosition) {
     for (const char* bad :
          {"", "1 2 3", "x 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1", "999 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1"})
         EXPECT_THROW(g.GotoBookmark(QString::fromLatin1(bad)), ECocoBookmark) << bad;
+}
+
+// ---------------------------------------------------------------------------
+// LIKE
+
+TEST(Like, EscapeMakesTheNextCharacterLiteral) {
+    const auto like = [](const char* text, const char* pattern) {
+        const QString t = QString::fromUtf8(text), p = QString::fromUtf8(pattern);
+        return Like(t.constData(), t.size(), p.constData(), p.size(), u'%', u'_', u'\\');
+    };
+    EXPECT_TRUE(like("50%", "50\\%"));
+    EXPECT_FALSE(like("500", "50\\%"));
+    EXPECT_TRUE(like("a_b", "a\\_b"));
+    EXPECT_FALSE(like("axb", "a\\_b"));
+    EXPECT_TRUE(like("x\\", "x\\"));  // a trailing escape stands for itself
+    EXPECT_TRUE(like("%", "%\\%"));
+    EXPECT_FALSE(like("", "%\\%"));
+}
+
+TEST(Like, ManyPercentSignsFinishQuickly) {
+    QElapsedTimer timer;
+    timer.start();
+    const QString text(5000, u'a');
+    const QString failing = QStringLiteral("%a").repeated(60) + u'b';
+    EXPECT_FALSE(LikeStr(text, failing, u'%', u'_'));
+    EXPECT_TRUE(LikeStr(text, QStringLiteral("%_%").repeated(60) + u'a', u'%', u'_'));
+    EXPECT_FALSE(LikeStr(text, QString(10000, u'%') + u'b', u'%', u'_'));
+
+    EXPECT_LT(timer.elapsed(), 2000);
 }
