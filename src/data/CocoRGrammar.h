@@ -1,8 +1,8 @@
 // The small runtime that hand-generated recursive-descent grammars rest on
 // (the dataset filter language): a scanner over UTF-16 text in memory, and a
 // grammar base with an error list, suppression of follow-up errors, and
-// bookmarks. Independent of the SQL scanner and of everything else in this
-// layer, so that it can sit below it.
+// bookmarks. Independent of the rest of this layer and of the SQL scanner
+// above it.
 #pragma once
 
 #include "engine/Exceptions.h"
