@@ -3,16 +3,27 @@
 #include "DLExpr.h"
 #include "DLSQLiteLoad.h"
 #include "engine/Assert.h"
+#include "engine/DLDateTime.h"
 #include "engine/DLQuoteTools.h"
 #include "engine/DLSQLite3API.h"
 #include "engine/DLSQLiteDatabase.h"
 #include "engine/Exceptions.h"
 
+#include <QDateTime>
 #include <algorithm>
 #include <climits>
 #include <utility>
 
 namespace brindle {
+
+namespace {
+
+bool IsDateField(const TField& Field) {
+    const TFieldType type = Field.DataType();
+    return type == ftDate || type == ftTime || type == ftDateTime;
+}
+
+}  // namespace
 
 // ---------------------------------------------------------------------------
 // TDLDataSet
@@ -135,6 +146,12 @@ TDLExpr& TDLDataSet::Expr() {
             if (name.startsWith(u'[') && name.endsWith(u']') && name.size() >= 2) name = name.mid(1, name.size() - 2);
             const TField* field = FindField(name);
             Value = field ? GetFieldValue(*field) : QVariant();
+            // Dates are day numbers in a row; the filter compares dates.
+            if (field && Value.isValid() && IsDateField(*field)) {
+                int y, m, d, h, n, sec, ms;
+                DecodeDateTime(Value.toDouble(), y, m, d, h, n, sec, ms);
+                Value = QDateTime(QDate(y, m, d), QTime(h, n, sec, ms));
+            }
         };
         if (HasCustomLike())
             FExpr->FOnCustomLike = [this](const QVariant& Source, const QVariant& Pattern, bool& Result) {

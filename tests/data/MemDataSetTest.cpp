@@ -5,6 +5,7 @@
 
 #include "data/DLBlobs.h"
 #include "data/DLMemDataSet.h"
+#include "engine/DLDateTime.h"
 #include "engine/DLSQLite3API.h"
 #include "engine/DLSQLiteDatabase.h"
 #include "engine/Exceptions.h"
@@ -179,4 +180,28 @@ TEST(BlobStream, WritesIntoTheEditedRowOnly) {
     EXPECT_EQ(CompareBlobValues(QByteArray("\x01\x02", 2), QByteArray("\x01\x02\x03", 3)), 0);
     EXPECT_LT(CompareBlobValues(QByteArray(), QByteArray("\x00", 1)), 0);
     EXPECT_EQ(BlobAsWideString(QByteArray("a\0b\0c", 5)), QStringLiteral("ab"));
+}
+
+TEST(MemDataSetFilter, DatesCompareWithDateText) {
+    TDLMemDataSet m;
+    m.FieldDefs().Add(QStringLiteral("d"), ftDateTime);
+    m.CreateDataSet();
+    for (int day : {10, 20}) {
+        double value = 0;
+        ASSERT_TRUE(TryEncodeDate(2024, 1, day, value));
+        m.Append();
+        m.FieldByName(QStringLiteral("d")).SetValue(value + 0.5);  // noon
+        m.Post();
+    }
+    m.SetFilterText(QStringLiteral("d > '2024-01-15'"));
+    m.SetFiltered(true);
+    m.First();
+    EXPECT_EQ(m.GetFilteredCount(), 1);
+    EXPECT_EQ(DateTimeToString(m.FieldByName(QStringLiteral("d")).Value().toDouble()),
+              QStringLiteral("2024-01-20 12:00:00.000"));
+    m.SetFilterDateFormat(QStringLiteral("dd.mm.yyyy"));
+    m.SetFilterText(QStringLiteral("d < '15.01.2024'"));
+    EXPECT_EQ(m.GetFilteredCount(), 1);
+    EXPECT_EQ(DateTimeToString(m.FieldByName(QStringLiteral("d")).Value().toDouble()),
+              QStringLiteral("2024-01-10 12:00:00.000"));
 }
