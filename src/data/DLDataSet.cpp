@@ -185,19 +185,13 @@ void TDLDataSet::SetFilterDateFormat(const QString& Value) {
 
 void TDLDataSet::FilterChanged() {
     if (!Active()) return;
-    DisableControls();
-    try {
-        // A filter that goes into the statement needs the statement run again.
-        if (CanServerFilter()) {
-            Close();
-            Open();
-        }
-        First();
-    } catch (...) {
-        EnableControls();
-        throw;
+    TControlsDisabled disabled(*this);
+    // A filter that goes into the statement needs the statement run again.
+    if (CanServerFilter()) {
+        Close();
+        Open();
     }
-    EnableControls();
+    First();
 }
 
 bool TDLDataSet::FilterActive() const {
@@ -358,11 +352,7 @@ bool TDLDataSet::InternalLocate(const QString& KeyFields, const QVariantList& Ke
             if (!FieldMatches(*fields[i], GetFieldValue(*fields[i]), keys[static_cast<int>(i)], Options)) return false;
         return true;
     };
-    DisableControls();
-    struct TEnable {
-        TDataSet& DataSet;
-        ~TEnable() { DataSet.EnableControls(); }
-    } enable{*this};
+    TControlsDisabled disabled(*this);
     const TBookmark start = GetBookmark();
     if (matches()) return true;
     for (First(); !Eof(); Next())
@@ -451,11 +441,7 @@ void TDLDataSet::CopyRecord(TDLDataSet& Source) {
 
 void TDLDataSet::CopyRecs(TDLDataSet& Source) {
     if (!Source.Active()) throw ECustomException(QStringLiteral("Source dataset closed"));
-    DisableControls();
-    struct TEnable {
-        TDataSet& DataSet;
-        ~TEnable() { DataSet.EnableControls(); }
-    } enable{*this};
+    TControlsDisabled disabled(*this);
     for (Source.First(); !Source.Eof(); Source.Next()) CopyRecord(Source);
 }
 
@@ -757,11 +743,7 @@ void TDLDataLink::RefreshDetail() {
     if (!FMaster.Active() || FMaster.State() == dsSetKey || FMaster.State() == dsEdit ||
         FMaster.State() == dsInsert)
         return;
-    FDetail.DisableControls();
-    struct TEnable {
-        TDataSet& DataSet;
-        ~TEnable() { DataSet.EnableControls(); }
-    } enable{FDetail};
+    TControlsDisabled disabled(FDetail);
     FDetail.Close();
     FDetail.Open();
 }

@@ -202,4 +202,17 @@ private:
     bool FPendingChange = false;
 };
 
+// Views of the dataset wait for the scope's end: controls are disabled
+// while it lives, and enabled again however it ends.
+class TControlsDisabled {
+public:
+    explicit TControlsDisabled(TDataSet& DataSet) : FDataSet(DataSet) { FDataSet.DisableControls(); }
+    ~TControlsDisabled() { FDataSet.EnableControls(); }
+    TControlsDisabled(const TControlsDisabled&) = delete;
+    TControlsDisabled& operator=(const TControlsDisabled&) = delete;
+
+private:
+    TDataSet& FDataSet;
+};
+
 }  // namespace brindle
