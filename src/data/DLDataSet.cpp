@@ -10,6 +10,7 @@
 #include "engine/Exceptions.h"
 
 #include <QDateTime>
+#include <QRegularExpression>
 #include <algorithm>
 #include <climits>
 #include <utility>
@@ -821,6 +822,12 @@ bool TDLQuery::CanServerFilter() {
     QString text = SQLText().trimmed();
     if (text.endsWith(u';')) text.chop(1);
     if (text.contains(u';')) return false;
+    // A WHERE behind a compound SELECT would filter its last part only.
+    // Looked for in the whole text: a word in a string literal costs only
+    // the filter's place, which then stays in memory.
+    static const QRegularExpression compound(QStringLiteral("\\b(union|intersect|except)\\b"),
+                                             QRegularExpression::CaseInsensitiveOption);
+    if (text.contains(compound)) return false;
     return Database()->IsValidSQL(text + QStringLiteral(" WHERE 1=1"));
 }
 

@@ -287,6 +287,7 @@ TEST_F(DataSetTest, OrdersAndFiltersOfAQuery) {
 
     // Two statements: the filter stays in memory, and its count waits for
     // every row.
+    EXPECT_FALSE(Query(QStringLiteral("select i from t union select 5000"))->CanServerFilter());
     auto u = Query(QStringLiteral("select 0 as i; select i, s from t"));
     EXPECT_FALSE(u->CanServerFilter());
     u->SetFilterText(QStringLiteral("i > 2500"));
