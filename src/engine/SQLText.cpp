@@ -1,5 +1,6 @@
 #include "SQLText.h"
 
+#include "DLQueryInfo.h"
 #include "DLQuoteTools.h"
 
 #include <QRegularExpression>
@@ -361,6 +362,22 @@ bool HasOrderBy(const QString& SQL) {
     static const QRegularExpression orderBy(QStringLiteral("\\border\\s+by\\b"),
                                             QRegularExpression::CaseInsensitiveOption);
     return SQL.contains(orderBy);
+}
+
+void GetQueryInfo(const QString& SQL, std::vector<TTableInfoRec>& Tables, std::vector<TFieldInfoRec>& Fields) {
+    if (services().GetQueryInfo) services().GetQueryInfo(SQL, Tables, Fields);
+}
+
+QString GetSelectClause(const QString& SQL) {
+    return services().GetSelectClause ? services().GetSelectClause(SQL) : QString();
+}
+
+bool HasSubquery(const QString& SQL) {
+    return services().HasSubquery ? services().HasSubquery(SQL) : true;
+}
+
+bool HasSetOperationOrGrouping(const QString& SQL) {
+    return services().HasSetOperationOrGrouping ? services().HasSetOperationOrGrouping(SQL) : true;
 }
 
 QString FixFilterExpression(const QString& SQL, const QStringList& ExcludedFieldNames) {

@@ -9,6 +9,7 @@
 
 #include <QString>
 #include <QStringList>
+#include <vector>
 #include <functional>
 
 namespace brindle {
@@ -55,6 +56,9 @@ enum TSQLTokenType {
 constexpr int SQL_TOKEN_TYPE_COUNT = stWithoutRowid + 1;
 static_assert(SQL_TOKEN_TYPE_COUNT == 210);
 
+struct TTableInfoRec;
+struct TFieldInfoRec;
+
 // The services; any member left empty falls back to the lexical reader.
 struct TSQLTextServices {
     std::function<void(const QString& Value, QStringList& List, bool StripSemicolon)> ParseSQL;
@@ -71,6 +75,11 @@ struct TSQLTextServices {
     std::function<bool(const QString& SQL)> IsSimpleSelect;
     std::function<bool(const QString& SQL)> HasOrderBy;
     std::function<QString(const QString& SQL, const QStringList& ExcludedFieldNames)> FixFilterExpression;
+    std::function<void(const QString& SQL, std::vector<TTableInfoRec>& Tables, std::vector<TFieldInfoRec>& Fields)>
+        GetQueryInfo;
+    std::function<QString(const QString& SQL)> GetSelectClause;
+    std::function<bool(const QString& SQL)> HasSubquery;
+    std::function<bool(const QString& SQL)> HasSetOperationOrGrouping;
 };
 
 // Installed once at start, on the main thread, before any database opens.
@@ -103,5 +112,14 @@ bool HasOrderBy(const QString& SQL);
 // A filter in the engine's terms; empty when it names an excluded field.
 // Without the parser the text as it is.
 QString FixFilterExpression(const QString& SQL, const QStringList& ExcludedFieldNames);
+// The tables of a query's FROM clause and the columns of its select list;
+// without the parser, none.
+void GetQueryInfo(const QString& SQL, std::vector<TTableInfoRec>& Tables, std::vector<TFieldInfoRec>& Fields);
+// The text up to the end of the select list; without the parser, empty.
+QString GetSelectClause(const QString& SQL);
+// Two SELECTs or more in the text; without the parser, true.
+bool HasSubquery(const QString& SQL);
+// UNION, INTERSECT, EXCEPT or GROUP BY anywhere; without the parser, true.
+bool HasSetOperationOrGrouping(const QString& SQL);
 
 }  // namespace brindle

@@ -797,14 +797,6 @@ QString StripOrderBy(const QString& SQL) {
     return GetParser(SQL).StripOrderBy();
 }
 
-bool HasSubquery(const QString& SQL) {
-    return GetParser(SQL).HasSubquery();
-}
-
-QString GetSelectClause(const QString& SQL) {
-    return GetParser(SQL).GetSelectClause();
-}
-
 QString PostProcessSQL(const QString& SQL) {
     return GetParser(SQL).PostProcess();
 }
@@ -838,6 +830,16 @@ void InstallSQLParserServices() {
     s.HasOrderBy = [](const QString& SQL) { return GetParser(SQL).HasOrderBy(); };
     s.FixFilterExpression = [](const QString& SQL, const QStringList& ExcludedFieldNames) {
         return GetParser(SQL).FixFilterExpression(ExcludedFieldNames);
+    };
+    s.GetQueryInfo = [](const QString& SQL, std::vector<TTableInfoRec>& Tables, std::vector<TFieldInfoRec>& Fields) {
+        TSQLParser& p = GetParser(SQL);
+        p.GetTableInfo(Tables);
+        p.GetFieldInfo(Fields, Tables);
+    };
+    s.GetSelectClause = [](const QString& SQL) { return GetParser(SQL).GetSelectClause(); };
+    s.HasSubquery = [](const QString& SQL) { return GetParser(SQL).HasSubquery(); };
+    s.HasSetOperationOrGrouping = [](const QString& SQL) {
+        return GetParser(SQL).Contains({stExcept, stGroupBy, stIntersect, stUnion});
     };
     SetSQLTextServices(s);
 }

@@ -7,6 +7,7 @@
 
 #include "SQLScanner.h"
 #include "engine/DLParams.h"
+#include "engine/DLQueryInfo.h"
 
 #include <QString>
 #include <QStringList>
@@ -121,31 +122,6 @@ struct TVirtualTableRec {
     QString TableName;  // unquoted
     QString ModuleName;
     QString ModuleArguments;  // between the parentheses, verbatim and untrimmed
-};
-
-// A table of a query's FROM clause. The key members are filled by the
-// dataset that edits the query.
-struct TTableInfoRec {
-    QString DatabaseName;
-    QString TableName;
-    QString TableAlias;
-    int RowIDIndex = -1;
-    QString RowIDField;
-    QStringList KeyFieldNames;
-    QStringList OriginKeyFieldNames;
-};
-
-// A column of a query's select list.
-struct TFieldInfoRec {
-    int TableIndex = 0;
-    QString FieldName;
-    QString OriginalFieldName;
-    QString FieldAlias;
-    QString FinalName;
-    QString DeclaredType;
-    TFieldType DataType = ftUnknown;
-    bool Loaded = false;
-    bool Hidden = false;
 };
 
 // A clause of a CREATE text that the definitions cannot hold; FieldName is
@@ -277,8 +253,6 @@ QString GetIndexWhereClause(const QString& SQL);
 QString ReplaceTableNameInTrigger(const QString& SQL, const QString& NewTableName);
 QString ReplaceTriggerName(const QString& SQL, const QString& NewTriggerName);
 QString StripOrderBy(const QString& SQL);
-bool HasSubquery(const QString& SQL);
-QString GetSelectClause(const QString& SQL);
 QString PostProcessSQL(const QString& SQL);
 void GetParamsFromSQL(const QString& SQL, QStringList& Params);
 bool SQLContains(const QString& SQL, const TSQLTokenTypes& TokenTypes);

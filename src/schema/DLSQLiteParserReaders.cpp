@@ -460,15 +460,15 @@ void TSQLParser::GetTableInfo(std::vector<TTableInfoRec>& TableInfoRecs) {
             case stTableName:
                 if (blocked) break;
                 TableInfoRecs.emplace_back();
-                TableInfoRecs.back().DatabaseName = QuoteObjectIfNeeded(database);
-                TableInfoRecs.back().TableName = QuoteObjectIfNeeded(t->FValue);
+                TableInfoRecs.back().DatabaseName = UnQuoteIdentifier(database);
+                TableInfoRecs.back().TableName = UnQuoteIdentifier(t->FValue);
                 database.clear();
                 break;
             case stTableAlias:
                 if (blocked) break;
                 BRINDLE_ASSERT(!TableInfoRecs.empty() && TableInfoRecs.back().TableAlias.isEmpty(),
                                "a table alias without a table, or a second one");
-                TableInfoRecs.back().TableAlias = QuoteObjectIfNeeded(t->FValue);
+                TableInfoRecs.back().TableAlias = UnQuoteIdentifier(t->FValue);
                 break;
             default:
                 break;
@@ -506,15 +506,18 @@ void TSQLParser::GetFieldInfo(std::vector<TFieldInfoRec>& FieldInfoRecs,
                 field.FieldName = UnQuoteIdentifier(t->FValue);
                 field.OriginalFieldName = field.FieldName;
                 field.FinalName = field.FieldName;
-                for (size_t k = 0; k < TableInfoRecs.size() && !table.isEmpty(); ++k) {
-                    const TTableInfoRec& rec = TableInfoRecs[k];
-                    const bool byAlias = !rec.TableAlias.isEmpty() && SameObject(rec.TableAlias, table);
-                    const bool byName = SameObject(rec.TableName, table) &&
-                                        (database.isEmpty() || SameObject(rec.DatabaseName, database));
-                    if (byAlias || byName) {
-                        field.TableIndex = static_cast<int>(k);
-                        break;
-                    }
+                // One table owns every column; with several, the qualifier
+                // decides: an alias first, then a name (with its database).
+                field.TableIndex = TableInfoRecs.size() == 1 ? 0 : -1;
+                if (!table.isEmpty() && TableInfoRecs.size() > 1) {
+                    const QString name = UnQuoteIdentifier(table), db = UnQuoteIdentifier(database);
+                    for (size_t k = 0; k < TableInfoRecs.size() && field.TableIndex < 0 && db.isEmpty(); ++k)
+                        if (TableInfoRecs[k].TableAlias.compare(name, Qt::CaseInsensitive) == 0)
+                            field.TableIndex = static_cast<int>(k);
+                    for (size_t k = 0; k < TableInfoRecs.size() && field.TableIndex < 0; ++k)
+                        if (TableInfoRecs[k].TableName.compare(name, Qt::CaseInsensitive) == 0 &&
+                            (db.isEmpty() || TableInfoRecs[k].DatabaseName.compare(db, Qt::CaseInsensitive) == 0))
+                            field.TableIndex = static_cast<int>(k);
                 }
                 FieldInfoRecs.push_back(field);
                 break;
