@@ -99,7 +99,10 @@ QString TDLTable::GetInternalSQL(bool IncludeOrderClause) {
     TDLSQLiteDatabase& db = *Database();
     // Every column as the table has it now: a list kept from an earlier
     // open would break when the table was changed since.
-    QString sql = db.GetSelectSQL(FTableName, nullptr);
+    // A view's "rowid" is null on every row: nothing to find a row by.
+    const QString rowid = db.ViewExists(FTableName) ? QString() : db.GetRowIDFieldName(FTableName);
+    QString sql = rowid.isEmpty() ? QStringLiteral("select * from ") + QuoteObject(FTableName)
+                                  : db.GetSelectSQL(FTableName, nullptr);
 
     QString where = GetWhereClause();
     FServerFiltered = false;
@@ -135,7 +138,6 @@ QString TDLTable::GetInternalSQL(bool IncludeOrderClause) {
         }
         // Rows in rowid order, all of them: a window far back is read from
         // a noted rowid on rather than from the first row.
-        const QString rowid = db.GetRowIDFieldName(FTableName);
         if (!rowid.isEmpty() && where.isEmpty() && FLimit < 0 && FOffset < 1 &&
             (order.isEmpty() || (order.size() == 1 && IsRowIDAlias(order[0])))) {
             if (order.isEmpty()) order << rowid;

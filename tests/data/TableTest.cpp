@@ -131,6 +131,18 @@ TEST_F(TableTest, FarWindowsComeFromNotedRowids) {
     int expected = rows;
     for (t->Last(); !t->Bof(); t->Prior()) ASSERT_EQ(n.Value().toInt(), expected--);
     EXPECT_EQ(expected, 0);
+
+    // A view has no rowid to seek by; it reads from its first row.
+    db.Execute(QStringLiteral("create view bigv as select n from big"));
+    TDLTable v;
+    v.SetDatabase(&db);
+    v.SetTableName(QStringLiteral("bigv"));
+    v.Open();
+    EXPECT_EQ(v.Fields().Count(), 1);
+    v.Last();
+    expected = rows;
+    for (; !v.Bof(); v.Prior()) ASSERT_EQ(v.FieldByName(QStringLiteral("n")).Value().toInt(), expected--);
+    EXPECT_EQ(expected, 0);
     // Another statement for another order: no marks of the old one used.
     t->SetIndexFieldNames(QStringLiteral("n"));
     t->SetDescFields(QStringLiteral("n"));
