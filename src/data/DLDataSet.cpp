@@ -1,12 +1,15 @@
 #include "DLDataSet.h"
 
 #include "DLExpr.h"
+#include "DLSQLiteEdit.h"
 #include "DLSQLiteLoad.h"
 #include "engine/Assert.h"
 #include "engine/DLDateTime.h"
 #include "engine/DLQuoteTools.h"
 #include "engine/DLSQLite3API.h"
 #include "engine/DLSQLiteDatabase.h"
+#include "engine/DLTools.h"
+#include "engine/SQLText.h"
 #include "engine/Exceptions.h"
 
 #include <QDateTime>
@@ -18,6 +21,14 @@
 namespace brindle {
 
 namespace {
+
+// A name with only letters, digits and underscores of its ASCII characters.
+QString FriendlyIdentifier(const QString& Name) {
+    QString result;
+    for (const QChar c : Name)
+        if (c.unicode() >= 128 || c.isLetterOrNumber() || c == u'_') result += c;
+    return result;
+}
 
 bool IsDateField(const TField& Field) {
     const TFieldType type = Field.DataType();
@@ -446,6 +457,12 @@ void TDLDataSet::CopyRecs(TDLDataSet& Source) {
     for (Source.First(); !Source.Eof(); Source.Next()) CopyRecord(Source);
 }
 
+const TDLRecData* TDLDataSet::OldRecData() const {
+    if (FState == dsEdit && FRecs && FCurRec >= 0)
+        if (const TDLRecData* rec = FRecs->GetItems(FCurRec)) return rec;
+    return FState == dsInsert ? nullptr : GetActiveRecData();
+}
+
 QVariant TDLDataSet::GetOldFieldValue(const TField& Field) const {
     // The row as the container holds it; an edit works on the active buffer.
     if (FState == dsEdit && FRecs && FCurRec >= 0) {
@@ -550,8 +567,24 @@ void TDLSQLDataSet::InternalOpen() {
     while (!temp.Complete()) {
         FDatabase->Prepare(temp);
         if (!temp.Prepared()) continue;
-        FCurrentSQL = temp.CurrentStatement();
-        FCanModify = false;
+        QString sql = temp.CurrentStatement();
+        FFieldInfoRecs.clear();
+        FTableInfoRecs.clear();
+        if (FAllowPreprocess && FDatabase->IsSimpleSelect(sql)) {
+            try {
+                PreprocessSQL(sql);
+            } catch (const std::exception&) {
+                // What cannot be read costs editing, nothing else.
+                FFieldInfoRecs.clear();
+                FTableInfoRecs.clear();
+                sql = temp.CurrentStatement();
+            }
+        }
+        FCurrentSQL = sql;
+        FFields.Clear();
+        UpdateKeyFields();
+        FCanModify = !FInternalTableName.isEmpty() && !FKeyFieldNames.isEmpty() &&
+                     FDatabase->CanModifyTable(FInternalTableName);
         FEofReached = false;
         FLastRecNo = 0;
         FSingleSQLHandle.reset();
@@ -702,13 +735,116 @@ void TDLSQLDataSet::ExecSQL() {
 void TDLSQLDataSet::InternalPost() {
     if (FState == dsEdit && !GetCanModify()) throw ECustomException(QStringLiteral("Can not edit"));
     if (FState == dsInsert && !GetCanModify()) throw ECustomException(QStringLiteral("Can not insert"));
+    BRINDLE_ASSERT(FDatabase, "a post without a database");
+    if (FState == dsEdit) {
+        PerformUpdate(*this, FInternalTableName);
+    } else {
+        if (!PerformInsert(*this, FInternalTableName, FRefreshAfterInsert)) {
+            // In the table, but not to be found by its key: not shown.
+            Cancel();
+            return;
+        }
+        ++FLastRecNo;
+    }
     TDLDataSet::InternalPost();
 }
 
 void TDLSQLDataSet::InternalDelete() {
     if (!GetCanModify()) throw ECustomException(QStringLiteral("Can not edit"));
+    PerformDelete(*this, FInternalTableName);
     TDLDataSet::InternalDelete();
     --FLastRecNo;
+}
+
+void TDLSQLDataSet::PreprocessSQL(QString& SQL) {
+    // Fields are made anew from each statement: none limit the columns.
+    GetFieldInfoFromSQL(*FDatabase, SQL, FFieldInfoRecs, FTableInfoRecs, nullptr);
+    for (const TTableInfoRec& t : FTableInfoRecs)
+        if (IsView(*FDatabase, QuoteObject(t.DatabaseName, t.TableName))) return;
+    const QString select = GetSelectClause(SQL);
+    if (select.isEmpty()) return;
+    const QString tail = SQL.mid(select.size());
+    for (TFieldInfoRec& f : FFieldInfoRecs) f.Hidden = false;
+
+    // A hidden column brings the rowid of each table that did not select it.
+    int sequence = 0;
+    for (size_t t = 0; t < FTableInfoRecs.size(); ++t) {
+        TTableInfoRec& table = FTableInfoRecs[t];
+        if (table.RowIDIndex >= 0 || table.RowIDField.isEmpty()) continue;
+        TFieldInfoRec rec;
+        rec.TableIndex = static_cast<int>(t);
+        rec.FieldName = table.RowIDField;
+        rec.FieldAlias = QStringLiteral("brindle_%1_%2_rowid_%3")
+                             .arg(FriendlyIdentifier(table.DatabaseName), FriendlyIdentifier(table.TableName))
+                             .arg(sequence++);
+        rec.FinalName = rec.FieldAlias;
+        rec.OriginalFieldName = rec.FieldAlias;
+        rec.DeclaredType = QStringLiteral("INTEGER");
+        rec.DataType = ftLargeint;
+        rec.Loaded = true;
+        rec.Hidden = true;
+        FFieldInfoRecs.push_back(rec);
+        table.RowIDIndex = static_cast<int>(FFieldInfoRecs.size()) - 1;
+    }
+
+    QStringList columns;
+    for (TFieldInfoRec& f : FFieldInfoRecs) {
+        f.Loaded = true;
+        QString column;
+        if (f.TableIndex < 0) {
+            column = QuoteIdentifier(f.FieldName);
+        } else {
+            const TTableInfoRec& t = FTableInfoRecs[static_cast<size_t>(f.TableIndex)];
+            column = t.TableAlias.isEmpty() ? QuoteObject(t.DatabaseName, t.TableName, f.FieldName)
+                                            : QuoteIdentifier(t.TableAlias) + u'.' + QuoteIdentifier(f.FieldName);
+        }
+        columns << column + u' ' + QuoteIdentifier(f.FinalName);
+    }
+    SQL = QStringLiteral("select ") + columns.join(QStringLiteral(", ")) + u' ' + tail.trimmed();
+}
+
+void TDLSQLDataSet::UpdateKeyFields() {
+    FKeyFieldNames.clear();
+    FOriginKeyFieldNames.clear();
+    FInternalTableName.clear();
+    if (FTableInfoRecs.size() != 1 || FFieldInfoRecs.empty()) return;
+    const TTableInfoRec& table = FTableInfoRecs.front();
+    FInternalTableName = QuoteObjectIfNeeded(table.DatabaseName, table.TableName);
+    const QString object = QuoteObject(table.DatabaseName, table.TableName);
+    if (FDatabase->TableExists(object)) {
+        if (table.RowIDIndex < 0) {
+            FKeyFieldNames = table.KeyFieldNames.join(u';');
+            FOriginKeyFieldNames = table.OriginKeyFieldNames.join(u';');
+        } else {
+            const TFieldInfoRec& rowid = FFieldInfoRecs[static_cast<size_t>(table.RowIDIndex)];
+            FKeyFieldNames = rowid.FinalName;
+            FOriginKeyFieldNames = rowid.FieldName;
+        }
+    } else if (IsView(*FDatabase, object)) {
+        // Every column is the key; a renamed or qualified one cannot say
+        // which column of the view it is.
+        QStringList names;
+        for (const TFieldInfoRec& f : FFieldInfoRecs) {
+            if (f.FieldAlias.isEmpty() && (f.FieldName != f.OriginalFieldName || IsQualified(f.FieldName))) return;
+            names << QuoteIdentifier(f.FinalName);
+        }
+        FKeyFieldNames = names.join(u';');
+        FOriginKeyFieldNames = FKeyFieldNames;
+    }
+}
+
+void TDLSQLDataSet::CreateFields() {
+    TDLDataSet::CreateFields();
+    // Each result column writes to the table column it came from.
+    for (const TFieldInfoRec& f : FFieldInfoRecs) {
+        TField* field = FindField(f.FinalName);
+        if (!field) continue;
+        if (f.TableIndex >= 0) field->FOrigin = f.FieldName;
+        if (f.Hidden) {
+            field->FVisible = false;
+            field->FReadOnly = true;
+        }
+    }
 }
 
 void TDLSQLDataSet::InternalRefresh() {

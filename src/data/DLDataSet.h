@@ -8,6 +8,7 @@
 #include "DataSet.h"
 #include "DLRecData.h"
 #include "engine/DLParams.h"
+#include "engine/DLQueryInfo.h"
 
 #include <QStringList>
 
@@ -52,6 +53,9 @@ public:
     // moving; an empty list when there is none.
     QVariantList Lookup(const QString& KeyFields, const QVariantList& KeyValues, const QString& ResultFields);
     TBookmark GetBookmarkForRecNo(int RecNo);
+    // The row as it was read: the container's copy while the active one is
+    // edited, else the active row.
+    const TDLRecData* OldRecData() const;
 
     // Rows in memory sort by a field; a SQL result sorts on the server.
     virtual bool Sortable();
@@ -170,6 +174,17 @@ public:
     bool FSmartBuffering = true;
     bool FCacheBlobs = true;
     bool FRecordCounting = false;
+    // A simple SELECT may be rewritten so that its rows can be edited.
+    bool FAllowPreprocess = true;
+    // An inserted row is read back: defaults, rowid, what triggers did.
+    bool FRefreshAfterInsert = true;
+    // An insert lists the fields left null too.
+    bool FInsertNulls = false;
+
+    // The table or view that edits go to; empty for a read-only result.
+    const QString& InternalTableName() const { return FInternalTableName; }
+    const std::vector<TFieldInfoRec>& FieldInfoRecs() const { return FFieldInfoRecs; }
+    const std::vector<TTableInfoRec>& TableInfoRecs() const { return FTableInfoRecs; }
 
     const QString& OrderClause() const { return FOrderClause; }
     // Reads the rows again in this order when the statement takes it.
@@ -180,6 +195,7 @@ protected:
     void InternalOpen() override;
     void InternalClose() override;
     void InternalInitFieldDefs() override;
+    void CreateFields() override;
     std::unique_ptr<TDLDataSetData> CreateDataRecs() override;
     bool IsSQLiteData() const override { return true; }
     void InternalPost() override;
@@ -199,8 +215,17 @@ protected:
     // nearest noted rowid instead of from the first row.
     QString FSeekSQL;
 
+    // Reads a simple SELECT's columns and tables and rewrites it: every
+    // column under a unique alias, a hidden rowid for each table that has
+    // one and whose rowid is not selected.
+    void PreprocessSQL(QString& SQL);
+    // Chooses the table that edits go to and the key that finds a row.
+    void UpdateKeyFields();
+
 private:
     void PrepareSingleSQL();
+    std::vector<TFieldInfoRec> FFieldInfoRecs;
+    std::vector<TTableInfoRec> FTableInfoRecs;
     // Puts a statement that continues the result at the noted row nearest
     // below Offset in place of the open one, when that saves stepping.
     void SeekTowards(int Offset);

@@ -1,5 +1,6 @@
 #include "DLTable.h"
 
+#include "DLSQLiteEdit.h"
 #include "engine/DLQuoteTools.h"
 #include "engine/DLSQLiteDatabase.h"
 #include "engine/Exceptions.h"
@@ -100,7 +101,7 @@ QString TDLTable::GetInternalSQL(bool IncludeOrderClause) {
     // Every column as the table has it now: a list kept from an earlier
     // open would break when the table was changed since.
     // A view's "rowid" is null on every row: nothing to find a row by.
-    const QString rowid = db.ViewExists(FTableName) ? QString() : db.GetRowIDFieldName(FTableName);
+    const QString rowid = IsView(db, FTableName) ? QString() : db.GetRowIDFieldName(FTableName);
     QString sql = rowid.isEmpty() ? QStringLiteral("select * from ") + QuoteObject(FTableName)
                                   : db.GetSelectSQL(FTableName, nullptr);
 

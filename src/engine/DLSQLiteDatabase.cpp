@@ -1032,7 +1032,18 @@ bool TDLSQLiteDatabase::IsRtreeShadowTable(const QString& TableName) {
 }
 
 bool TDLSQLiteDatabase::CanModifyTable(const QString& TableName) {
-    return !IsFtsShadowTable(TableName) && !IsRtreeShadowTable(TableName);
+    if (IsFtsShadowTable(TableName) || IsRtreeShadowTable(TableName)) return false;
+    // Newer modules (fts5 and others) have shadow tables of other names; the
+    // engine knows them all. A library without table_list cannot tell.
+    QString db, name;
+    ParseObject(TableName, db, name);
+    try {
+        return GetStringValue(QStringLiteral("select type from pragma_table_list where name = %1%2")
+                                  .arg(QuotedStr(name), db.isEmpty() ? QString() : QStringLiteral(" and schema = ") + QuotedStr(db))) !=
+               QLatin1String("shadow");
+    } catch (const ECustomException&) {
+        return true;
+    }
 }
 
 bool TDLSQLiteDatabase::IsWithoutRowID(const QString& TableName) {

@@ -341,6 +341,9 @@ void TSQLParser::InternalFixTokens() {
                 }
             }
 
+            // A single word before a dot can only be a name: temp.t, main.t.
+            if (dotNext && !plain && !t.FValue.contains(u' ')) role = stUnknown;
+
             // Rules that overrule a keyword, applied in turn.
             const TRuleContext c{cmd, section, b2, b1, dotNext, level};
             if (cmd == stCreateVirtualTable && c.In(stCreateVirtualTable) && c.Behind(stUsing))
