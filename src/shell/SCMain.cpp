@@ -56,10 +56,15 @@ TfrmSCMain::TfrmSCMain(QWidget* parent) : QMainWindow(parent) {
     pcObject->setObjectName(QStringLiteral("pcObject"));
     grdData = new QTableView(pcObject);
     grdData->setObjectName(QStringLiteral("grdData"));
-    grdData->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    grdData->setEditTriggers(QAbstractItemView::DoubleClicked | QAbstractItemView::EditKeyPressed |
+                             QAbstractItemView::AnyKeyPressed);
     grdData->verticalHeader()->setDefaultSectionSize(grdData->fontMetrics().height() + 6);
     FDataModel = new TDataSetModel(this);
     grdData->setModel(FDataModel);
+    // A refused edit stays in its row until it is mended or dropped (Esc).
+    connect(FDataModel, &TDataSetModel::PostFailed, this, [this](const QString& message) { ShowError(message); });
+    auto* cancel = new QShortcut(QKeySequence(Qt::Key_Escape), grdData, nullptr, nullptr, Qt::WidgetShortcut);
+    connect(cancel, &QShortcut::activated, FDataModel, &TDataSetModel::CancelEdit);
     // Ctrl+End goes to the true last row, reading the result to its end.
     auto* toEnd = new QShortcut(QKeySequence(Qt::CTRL | Qt::Key_End), grdData, nullptr, nullptr, Qt::WidgetShortcut);
     connect(toEnd, &QShortcut::activated, this, [this] {

@@ -1,10 +1,13 @@
 #include "DataSetModel.h"
 
 #include "data/DLDataSet.h"
+#include "engine/DLDateTime.h"
 #include "engine/Exceptions.h"
 
 #include <QBrush>
+#include <QLocale>
 #include <QPalette>
+#include <QUuid>
 
 namespace brindle {
 
@@ -91,19 +94,135 @@ void TDataSetModel::FetchAll() {
     }
 }
 
+QString TDataSetModel::EditText(const QVariant& Value, TFieldType DataType) {
+    if (!Value.isValid()) return QString();
+    switch (DataType) {
+        case ftDate:
+            return DateToString(Value.toDouble());
+        case ftTime:
+            return TimeToString(Value.toDouble());
+        case ftDateTime:
+            return DateTimeToString(Value.toDouble());
+        case ftCurrency:
+            return QString::number(static_cast<double>(Value.toLongLong()) / 10000.0, 'g', 19);
+        case ftFloat:
+            return QString::number(Value.toDouble(), 'g', QLocale::FloatingPointShortest);
+        case ftGuid:
+            return Value.value<QUuid>().toString(QUuid::WithBraces).toUpper();
+        default:
+            return Value.toString();
+    }
+}
+
 QString TDataSetModel::DisplayText(const QVariant& Value, TFieldType DataType) {
     if (!Value.isValid()) return QStringLiteral("NULL");
     if (DataType == ftBlob || DataType == ftGraphic)
         return QStringLiteral("(BLOB, %1 bytes)").arg(Value.toByteArray().size());
-    QString text = Value.toString();
+    QString text = EditText(Value, DataType);
     if (text.size() > kMaxCellText) text = text.left(kMaxCellText) + QStringLiteral("...");
     return text;
+}
+
+const TField* TDataSetModel::FieldAt(int Column) const {
+    if (!FDataSet || !FDataSet->Active() || Column < 0 || Column >= static_cast<int>(FColumns.size())) return nullptr;
+    return &FDataSet->Fields()[FColumns[static_cast<size_t>(Column)]];
+}
+
+bool TDataSetModel::Editing() const {
+    return FDataSet && (FDataSet->State() == dsEdit || FDataSet->State() == dsInsert);
+}
+
+bool TDataSetModel::IsEditedRow(int Row) const {
+    return Editing() && FDataSet->State() == dsEdit && FDataSet->GetRecNo() == Row + 1;
+}
+
+Qt::ItemFlags TDataSetModel::flags(const QModelIndex& Index) const {
+    Qt::ItemFlags result = QAbstractTableModel::flags(Index);
+    const TField* field = FieldAt(Index.column());
+    if (!field || !FDataSet->GetCanModify() || field->FReadOnly) return result;
+    const TFieldType t = field->DataType();
+    if (t == ftBlob || t == ftGraphic || t == ftBytes || t == ftVarBytes) return result;
+    return result | Qt::ItemIsEditable;
+}
+
+QVariant TDataSetModel::ValueFromText(const QString& Text, TFieldType DataType) {
+    bool ok = true;
+    QVariant value;
+    switch (DataType) {
+        case ftSmallint:
+        case ftInteger:
+        case ftWord:
+        case ftLargeint:
+        case ftAutoInc:
+            value = Text.trimmed().toLongLong(&ok);
+            if (!ok) throw ECustomException(QStringLiteral("'%1' is not a valid integer value").arg(Text));
+            return value;
+        case ftFloat:
+        case ftBCD:
+        case ftFMTBcd:
+            value = Text.trimmed().toDouble(&ok);
+            if (!ok) throw ECustomException(QStringLiteral("'%1' is not a valid floating point value").arg(Text));
+            return value;
+        case ftCurrency:
+            value = qRound64(Text.trimmed().toDouble(&ok) * 10000.0);
+            if (!ok) throw ECustomException(QStringLiteral("'%1' is not a valid floating point value").arg(Text));
+            return value;
+        case ftBoolean: {
+            const QString t = Text.trimmed().toLower();
+            if (t == u"1" || t == u"true") return true;
+            if (t == u"0" || t == u"false") return false;
+            throw ECustomException(QStringLiteral("'%1' is not a valid boolean value").arg(Text));
+        }
+        case ftDate:
+        case ftTime:
+        case ftDateTime:
+            return StringToDateTime(Text.trimmed());
+        case ftGuid: {
+            const QUuid id(Text.trimmed());
+            if (id.isNull() && !Text.trimmed().isEmpty())
+                throw ECustomException(QStringLiteral("'%1' is not a valid GUID value").arg(Text));
+            return id;
+        }
+        default:
+            return Text;
+    }
+}
+
+bool TDataSetModel::setData(const QModelIndex& Index, const QVariant& Value, int Role) {
+    if (Role != Qt::EditRole || !(flags(Index) & Qt::ItemIsEditable)) return false;
+    const TField& field = *FieldAt(Index.column());
+    try {
+        const QVariant value = ValueFromText(Value.toString(), field.DataType());
+        if (!IsEditedRow(Index.row())) {
+            // Another row's pending edit goes first; the cursor then moves.
+            if (Editing()) FDataSet->Post();
+            FDataSet->SetRecNo(Index.row() + 1);
+        }
+        FDataSet->Edit();
+        FDataSet->SetFieldValue(field, value);
+        FDataSet->Post();
+    } catch (const ECustomException& e) {
+        emit dataChanged(index(Index.row(), 0), index(Index.row(), columnCount() - 1));
+        emit PostFailed(e.message());
+        return false;
+    }
+    emit dataChanged(index(Index.row(), 0), index(Index.row(), columnCount() - 1));
+    return true;
+}
+
+void TDataSetModel::CancelEdit() {
+    if (!Editing()) return;
+    const int row = FDataSet->GetRecNo() - 1;
+    FDataSet->Cancel();
+    if (row >= 0) emit dataChanged(index(row, 0), index(row, columnCount() - 1));
 }
 
 QVariant TDataSetModel::data(const QModelIndex& Index, int Role) const {
     if (!Index.isValid() || !FDataSet || !FDataSet->Active()) return QVariant();
     if (Index.column() >= static_cast<int>(FColumns.size())) return QVariant();
-    if (Role != Qt::DisplayRole && Role != Qt::ForegroundRole && Role != Qt::TextAlignmentRole) return QVariant();
+    if (Role != Qt::DisplayRole && Role != Qt::EditRole && Role != Qt::ForegroundRole &&
+        Role != Qt::TextAlignmentRole)
+        return QVariant();
     const TField& field = FDataSet->Fields()[FColumns[static_cast<size_t>(Index.column())]];
     if (Role == Qt::TextAlignmentRole) {
         const TFieldType t = field.DataType();
@@ -112,10 +231,15 @@ QVariant TDataSetModel::data(const QModelIndex& Index, int Role) const {
     }
     QVariant value;
     try {
-        if (const TDLRecData* rec = FDataSet->RecordAt(Index.row())) value = GetFieldVariant(*rec, field);
+        // The row being edited shows the user's values, posted or not.
+        if (IsEditedRow(Index.row()))
+            value = FDataSet->GetFieldValue(field);
+        else if (const TDLRecData* rec = FDataSet->RecordAt(Index.row()))
+            value = GetFieldVariant(*rec, field);
     } catch (const ECustomException&) {
         return QVariant();
     }
+    if (Role == Qt::EditRole) return EditText(value, field.DataType());
     if (Role == Qt::ForegroundRole)
         return value.isValid() ? QVariant() : QVariant(QPalette().brush(QPalette::Disabled, QPalette::Text));
     return DisplayText(value, field.DataType());

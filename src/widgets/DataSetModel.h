@@ -31,6 +31,15 @@ public:
     // (a jump to the last row); the dataset's cursor ends there.
     void FetchAll();
 
+    // Cells of an editable result take edits: each one is posted at once.
+    // A post that fails leaves the row in edit with the user's value shown,
+    // reports the engine's message through PostFailed, and returns false.
+    Qt::ItemFlags flags(const QModelIndex& Index) const override;
+    bool setData(const QModelIndex& Index, const QVariant& Value, int Role = Qt::EditRole) override;
+    // Drops a pending edit: the row shows what the database holds.
+    void CancelEdit();
+    bool Editing() const;
+
     int rowCount(const QModelIndex& Parent = QModelIndex()) const override;
     int columnCount(const QModelIndex& Parent = QModelIndex()) const override;
     QVariant data(const QModelIndex& Index, int Role = Qt::DisplayRole) const override;
@@ -40,9 +49,20 @@ public:
 
     // Text a cell shows for a value; "NULL" stands for no value.
     static QString DisplayText(const QVariant& Value, TFieldType DataType);
+    // The whole value as text to edit; empty for no value.
+    static QString EditText(const QVariant& Value, TFieldType DataType);
+
+    // The text a user typed as the field's value; raises for a value the
+    // field's type cannot take.
+    static QVariant ValueFromText(const QString& Text, TFieldType DataType);
+
+signals:
+    void PostFailed(const QString& Message);
 
 private:
     void DataEvent(TDataSet& DataSet, TDataEvent Event) override;
+    const TField* FieldAt(int Column) const;
+    bool IsEditedRow(int Row) const;
     void Reload();
 
     TDLSQLDataSet* FDataSet = nullptr;  // not owned

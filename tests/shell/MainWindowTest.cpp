@@ -4,6 +4,7 @@
 
 #include "engine/DLSQLite3API.h"
 #include "engine/DLSQLiteDatabase.h"
+#include "schema/DLSQLiteParser.h"
 #include "shell/SCMain.h"
 #include "shell/SCPaths.h"
 #include "widgets/DataSetModel.h"
@@ -27,6 +28,7 @@ public:
         static char* argv[] = {name, nullptr};
         app = std::make_unique<QApplication>(argc, argv);
         ASSERT_TRUE(SQLite3Driver->sqlite3drv_load_library(SQLITE_INTERNAL_LIB));
+        InstallSQLParserServices();  // as the program does at start
     }
     void TearDown() override { app.reset(); }
     std::unique_ptr<QApplication> app;
@@ -169,4 +171,48 @@ TEST_F(MainWindowTest, DataPageShowsTheRowsOfTheSelection) {
     EXPECT_EQ(model->data(model->index(1000, 0)).toString(), QStringLiteral("1001"));
     window.CloseDatabase();
     EXPECT_EQ(model->rowCount(), 0);
+}
+
+// Cells of a table are edited in place; each edit is in the file at once,
+// and one the engine refuses stays on screen until it is dropped.
+TEST_F(MainWindowTest, DataPageEditsCellByCell) {
+    const QString path = dir.file(QStringLiteral("edit.db"));
+    {
+        TDLSQLiteDatabase db;
+        db.SetFileName(path);
+        db.CreateDatabase(0, 4096, QStringLiteral("UTF-8"), QString());
+        db.Execute(QStringLiteral("create table p(name text, qty integer check (qty >= 0), d date);"
+                                  "insert into p values ('nut', 5, '2024-01-02'), ('bolt', 7, null)"));
+    }
+    window.OpenDatabase(path);
+    window.Tree()->setCurrentItem(findNode(window.Tree(), QStringLiteral("p")));
+    TDataSetModel* model = window.DataModel();
+    ASSERT_EQ(model->columnCount(), 3);
+    EXPECT_TRUE(model->flags(model->index(0, 1)) & Qt::ItemIsEditable);
+    EXPECT_EQ(model->data(model->index(0, 2)).toString(), QStringLiteral("2024-01-02"));
+
+    TDLSQLiteDatabase other;  // what any other program sees
+    other.SetFileName(path);
+    other.SetConnected(true);
+    EXPECT_TRUE(model->setData(model->index(1, 1), QStringLiteral("70"))) << errors.join(u'\n').toStdString();
+    EXPECT_EQ(other.GetStringValue(QStringLiteral("select qty from p where name = 'bolt'")), QStringLiteral("70"));
+    EXPECT_TRUE(model->setData(model->index(1, 2), QStringLiteral("2025-03-04")));
+    EXPECT_EQ(other.GetStringValue(QStringLiteral("select d from p where name = 'bolt'")), QStringLiteral("2025-03-04"));
+    EXPECT_TRUE(errors.isEmpty()) << errors.join(u'\n').toStdString();
+
+    // Refused by the engine: the message, the typed value kept, the row kept.
+    EXPECT_FALSE(model->setData(model->index(0, 1), QStringLiteral("-1")));
+    ASSERT_EQ(errors.size(), 1);
+    EXPECT_TRUE(errors[0].contains(QLatin1String("CHECK constraint failed"))) << errors[0].toStdString();
+    EXPECT_EQ(model->data(model->index(0, 1)).toString(), QStringLiteral("-1"));
+    EXPECT_TRUE(model->Editing());
+    EXPECT_EQ(other.GetStringValue(QStringLiteral("select qty from p where name = 'nut'")), QStringLiteral("5"));
+    model->CancelEdit();
+    EXPECT_EQ(model->data(model->index(0, 1)).toString(), QStringLiteral("5"));
+    // Not a number at all: refused before anything is written.
+    EXPECT_FALSE(model->setData(model->index(0, 1), QStringLiteral("many")));
+    EXPECT_EQ(errors.last(), QStringLiteral("'many' is not a valid integer value"));
+    EXPECT_FALSE(model->Editing());
+    other.SetConnected(false);
+    window.CloseDatabase();
 }
