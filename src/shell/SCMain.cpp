@@ -97,7 +97,11 @@ TfrmSCMain::TfrmSCMain(QWidget* parent) : QMainWindow(parent) {
     statusBar();
 }
 
-TfrmSCMain::~TfrmSCMain() = default;
+TfrmSCMain::~TfrmSCMain() {
+    // The grid's model is a child and outlives the members: it must let go
+    // of the dataset before the dataset goes.
+    FDataModel->SetDataSet(nullptr);
+}
 
 QString TfrmSCMain::ApplicationTitle() {
     QString title = QStringLiteral("Brindle " BRINDLE_VERSION);
