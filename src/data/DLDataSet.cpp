@@ -803,6 +803,18 @@ void TDLSQLDataSet::PreprocessSQL(QString& SQL) {
     SQL = QStringLiteral("select ") + columns.join(QStringLiteral(", ")) + u' ' + tail.trimmed();
 }
 
+bool TDLSQLDataSet::CanLoadField(const TField& Field) const {
+    // A column of a table whose rowid the result carries.
+    for (const TFieldInfoRec& f : FFieldInfoRecs)
+        if (f.FinalName.compare(Field.FieldName(), Qt::CaseInsensitive) == 0)
+            return f.TableIndex >= 0 && FTableInfoRecs[static_cast<size_t>(f.TableIndex)].RowIDIndex >= 0;
+    return false;
+}
+
+void TDLSQLDataSet::LoadField(const TDLRecData& Rec, const TField& Field) {
+    if (FDatabase && Active()) brindle::LoadField(*FDatabase, *this, Rec, Field);
+}
+
 void TDLSQLDataSet::UpdateKeyFields() {
     FKeyFieldNames.clear();
     FOriginKeyFieldNames.clear();

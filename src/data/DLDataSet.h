@@ -181,6 +181,9 @@ public:
     // An insert lists the fields left null too.
     bool FInsertNulls = false;
 
+    bool CanLoadField(const TField& Field) const override;
+    void LoadField(const TDLRecData& Rec, const TField& Field) override;
+
     // The table or view that edits go to; empty for a read-only result.
     const QString& InternalTableName() const { return FInternalTableName; }
     const std::vector<TFieldInfoRec>& FieldInfoRecs() const { return FFieldInfoRecs; }

@@ -382,6 +382,8 @@ QVariant GetFieldVariant(const TDLRecData& Rec, const TField& Field) {
     // Binary values have no typed reading: their bytes are the value.
     if (type == ftBlob || type == ftGraphic || type == ftBytes || type == ftVarBytes) {
         if (!Rec.GetHasData(Field.Index())) return QVariant();
+        // Left out when the row was read, or given up since: read it now.
+        if (!Rec.GetFullData(Field.Index())) Rec.DataSetData()->DataSet()->LoadField(Rec, Field);
         return Rec.GetBlobData(Field);
     }
     QVariant value;
@@ -501,9 +503,11 @@ void TDLRecData::DiscardData(int Index) {
 }
 
 void TDLRecData::DiscardBlobs() {
-    const TFields& fields = FDataSetData->DataSet()->GetFields();
+    TRecordOwner* owner = FDataSetData->DataSet();
+    const TFields& fields = owner->GetFields();
+    // Only what can be read again goes, and never an edit not yet posted.
     for (int i = 0; i < fields.Count() && i < FieldCount(); ++i)
-        if (IsBlobType(fields[i].DataType())) DiscardData(i);
+        if (IsBlobType(fields[i].DataType()) && !GetModified(i) && owner->CanLoadField(fields[i])) DiscardData(i);
 }
 
 qint64 TDLRecData::TotalBlobSize() const {

@@ -7,6 +7,8 @@
 
 namespace brindle {
 
+class TDLRecData;
+class TField;
 class TFields;
 
 class TRecordOwner {
@@ -31,6 +33,16 @@ public:
     virtual void SetLastRecNo(int Value) = 0;
     // How many record buffers the host keeps for its views (a grid's rows).
     virtual int GetBufferCount() const = 0;
+    // Whether a value of Field left out of a row (not loaded, or given up
+    // to bound memory) can be read again; and reading it into the row.
+    virtual bool CanLoadField(const TField& Field) const {
+        (void)Field;
+        return false;
+    }
+    virtual void LoadField(const TDLRecData& Rec, const TField& Field) {
+        (void)Rec;
+        (void)Field;
+    }
 };
 
 }  // namespace brindle

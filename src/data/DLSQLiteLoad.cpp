@@ -3,6 +3,7 @@
 #include "DLDataSet.h"
 #include "engine/DLDateTime.h"
 #include "engine/DLSQLite3API.h"
+#include "engine/DLQuoteTools.h"
 #include "engine/DLSQLiteDatabase.h"
 
 #include <QDateTime>
@@ -159,8 +160,12 @@ void LoadRecords(TDLSQLiteDatabase& Database, TDLSQLDataSet& DataSet, TSQLiteSQL
     // Columns to fields once, not per row.
     const int columns = d.sqlite3_column_count(stmt);
     std::vector<const TField*> fieldOf(static_cast<size_t>(columns), nullptr);
-    for (int i = 0; i < columns && i < DataSet.FieldDefs().Count(); ++i)
-        fieldOf[static_cast<size_t>(i)] = DataSet.FindField(DataSet.FieldDefs().Items(i).Name);
+    std::vector<char> loadBlobs(static_cast<size_t>(columns), 1);
+    for (int i = 0; i < columns && i < DataSet.FieldDefs().Count(); ++i) {
+        const TField* f = DataSet.FindField(DataSet.FieldDefs().Items(i).Name);
+        fieldOf[static_cast<size_t>(i)] = f;
+        if (f && !DataSet.FCacheBlobs && DataSet.CanLoadField(*f)) loadBlobs[static_cast<size_t>(i)] = 0;
+    }
     const bool unicode = Database.Unicode();
     const int encoding = Database.GetEncoding();
     const qint64 end = static_cast<qint64>(Offset) + Limit;
@@ -200,13 +205,45 @@ void LoadRecords(TDLSQLiteDatabase& Database, TDLSQLDataSet& DataSet, TSQLiteSQL
             sqliteRec.FEncoding = encoding;
             for (int i = 0; i < columns; ++i)
                 if (const TField* f = fieldOf[static_cast<size_t>(i)])
-                    ReadColumn(d, stmt, i, unicode, DataSet.FCacheBlobs, *f, sqliteRec);
+                    ReadColumn(d, stmt, i, unicode, loadBlobs[static_cast<size_t>(i)] != 0, *f, sqliteRec);
             recs.Append(std::move(rec));
         }
         ++SQLHandle.FLastSteppedRecNo;
         if (DataSet.GetLastRecNo() < SQLHandle.FLastSteppedRecNo)
             DataSet.SetLastRecNo(static_cast<int>(SQLHandle.FLastSteppedRecNo));
         if (SQLHandle.FLastSteppedRecNo >= end) break;
+    }
+}
+
+void LoadField(TDLSQLiteDatabase& Database, TDLSQLDataSet& DataSet, const TDLRecData& Rec, const TField& Field) {
+    const std::vector<TFieldInfoRec>& fields = DataSet.FieldInfoRecs();
+    const std::vector<TTableInfoRec>& tables = DataSet.TableInfoRecs();
+    const TFieldInfoRec* info = nullptr;
+    for (const TFieldInfoRec& f : fields)
+        if (f.FinalName.compare(Field.FieldName(), Qt::CaseInsensitive) == 0) info = &f;
+    if (!info || info->TableIndex < 0) return;
+    const TTableInfoRec& table = tables[static_cast<size_t>(info->TableIndex)];
+    if (table.RowIDIndex < 0) return;
+    const TFieldInfoRec& key = fields[static_cast<size_t>(table.RowIDIndex)];
+    const TField* keyField = DataSet.FindField(key.FinalName);
+    if (!keyField || !Rec.GetHasData(keyField->Index())) return;
+    TSQLiteSQLHandle handle(&Database,
+                            QStringLiteral("select %1 from %2 where %3 = ?")
+                                .arg(QuoteIdentifier(info->FieldName), QuoteObject(table.DatabaseName, table.TableName),
+                                     QuoteIdentifier(key.FieldName)));
+    Database.Prepare(handle);
+    if (!handle.Prepared()) return;
+    TSQLite3Driver& d = *SQLite3Driver;
+    d.sqlite3_bind_int64(handle.FSQLHandle, 1, RawToInt64(Rec.GetRawData(keyField->Index())));
+    const int rc = d.sqlite3_step(handle.FSQLHandle);
+    if (rc != SQLITE_ROW && rc != SQLITE_DONE) Database.SQLiteCheck(rc, handle.CurrentStatement());
+    // The row's bytes are a cache of the table: filling it in changes no value.
+    auto& rec = const_cast<TDLSQLiteRecData&>(static_cast<const TDLSQLiteRecData&>(Rec));
+    if (rc == SQLITE_ROW) {
+        ReadColumn(d, handle.FSQLHandle, 0, Database.Unicode(), true, Field, rec);
+    } else {
+        // The row is gone from the table: it reads as empty rather than again and again.
+        rec.SetFullData(Field.Index(), true);
     }
 }
 

@@ -11,6 +11,8 @@ namespace brindle {
 class TDLSQLDataSet;
 class TDLSQLiteDatabase;
 class TSQLiteSQLHandle;
+class TDLRecData;
+class TField;
 
 // One entry per result column: name (made unique with "_1", "_2"...),
 // declared type mapped to a field type; an expression is ftWideString.
@@ -21,11 +23,17 @@ void InitializeFieldDefs(TDLSQLiteDatabase& Database, TSQLiteSQLHandle& SQLHandl
 // Clears the window and fills it with rows Offset .. Offset+Limit-1. Reading
 // on from a later offset continues the statement; an earlier one starts it
 // again. The statement stays open, with its read lock, until reset.
+// A BLOB value is left out of the row (to be read when shown) when the
+// dataset does not cache BLOBs and can read the value again.
 //
 // With Checkpoints, the integer in the first column of every
 // CheckpointStep-th row is noted as it is stepped over: entry i belongs to
 // row i * CheckpointStep (from 0).
 void LoadRecords(TDLSQLiteDatabase& Database, TDLSQLDataSet& DataSet, TSQLiteSQLHandle& SQLHandle, int Offset,
                  int Limit, std::vector<qint64>* Checkpoints = nullptr, int CheckpointStep = 0);
+
+// Reads one value of the active row that a row read left out, by the rowid
+// of its table.
+void LoadField(TDLSQLiteDatabase& Database, TDLSQLDataSet& DataSet, const TDLRecData& Rec, const TField& Field);
 
 }  // namespace brindle

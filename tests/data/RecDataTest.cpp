@@ -25,6 +25,7 @@ public:
     QStringList GetKeyFieldNames() const override { return {"i"}; }
     int GetRecordCount() override { return FEof ? FLastRecNo : FLastRecNo * 2; }
     bool IsSQLDataSet() const override { return true; }
+    bool CanLoadField(const TField&) const override { return true; }  // as if a rowid came along
     void LoadRecords(int Offset, int Limit) override {
         ++Loads;
         Data->Clear();
@@ -152,6 +153,9 @@ TEST(RecData, TypedValuesNullsAndBlobFlags) {
 
     // Discarded BLOB bytes are still a value, only not in memory.
     EXPECT_EQ(rec->TotalBlobSize(), 3);
+    rec->DiscardBlobs();
+    EXPECT_TRUE(rec->GetFullData(8));  // an edit not posted keeps its bytes
+    rec->ClearModifiedFlag();
     rec->DiscardBlobs();
     EXPECT_TRUE(rec->GetHasData(8));
     EXPECT_FALSE(rec->GetFullData(8));
