@@ -153,6 +153,7 @@ TEST(RecData, TypedValuesNullsAndBlobFlags) {
 
     // Discarded BLOB bytes are still a value, only not in memory.
     EXPECT_EQ(rec->TotalBlobSize(), 3);
+    rec->SetModified(8, true);
     rec->DiscardBlobs();
     EXPECT_TRUE(rec->GetFullData(8));  // an edit not posted keeps its bytes
     rec->ClearModifiedFlag();
