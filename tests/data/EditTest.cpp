@@ -299,3 +299,29 @@ TEST_F(EditTest, BlobsReadWhenShown) {
     e->ActiveRecData()->DiscardBlobs();
     EXPECT_TRUE(e->ActiveRecData()->GetFullData(d.Index()));
 }
+
+TEST_F(EditTest, BookmarksFollowTheirRowThroughEdits) {
+    db.Execute(QStringLiteral("create table t(a integer, b text);"
+                              "with recursive c(x) as (select 1 union all select x + 1 from c where x < 2000) "
+                              "insert into t select x, 'r' || x from c"));
+    auto q = Open(QStringLiteral("select a, b from t"));
+    q->SetRecNo(1500);
+    const TBookmark mark = q->GetBookmark();
+    // Rows before it go and change; the window moves away and back.
+    q->First();
+    q->Delete();
+    q->Edit();
+    q->FieldByName(QStringLiteral("b")).SetValue(QStringLiteral("edited"));
+    q->Post();
+    q->Last();
+    ASSERT_TRUE(q->BookmarkValid(mark));
+    q->GotoBookmark(mark);
+    EXPECT_EQ(q->FieldByName(QStringLiteral("a")).Value().toLongLong(), 1500);
+    EXPECT_EQ(q->GetRecNo(), 1499);
+    // A row deleted behind the dataset's back is not found again.
+    db.Execute(QStringLiteral("delete from t where a = 1700"));
+    q->SetRecNo(1699);
+    const TBookmark gone = q->GetBookmark();
+    q->Refresh();
+    EXPECT_THROW(q->GotoBookmark(gone), ECustomException);
+}
