@@ -519,8 +519,24 @@ void TDLDataSet::InternalDelete() {
 }
 
 void TDLDataSet::InternalRefresh() {
+    // Back to the same place, and by its key to the same row if it moved.
+    FRefreshKeyValues.clear();
+    if (FHasActive)
+        for (const QString& name : GetKeyFieldNames())
+            if (const TField* field = FindField(name)) FRefreshKeyValues.append(GetFieldValue(*field));
+    const int saved = FCurRec;
     InternalClose();
     InternalOpen();
+    FCurRec = saved;
+}
+
+void TDLDataSet::DoAfterRefresh() {
+    if (FRefreshKeyValues.isEmpty()) return;
+    const QVariantList keys = std::exchange(FRefreshKeyValues, QVariantList());
+    QVariantList current;
+    for (const QString& name : GetKeyFieldNames())
+        if (const TField* field = FindField(name)) current.append(GetFieldValue(*field));
+    if (current != keys) InternalLocate(FKeyFieldNames, keys, 0);
 }
 
 // ---------------------------------------------------------------------------
@@ -859,10 +875,6 @@ void TDLSQLDataSet::CreateFields() {
     }
 }
 
-void TDLSQLDataSet::InternalRefresh() {
-    InternalClose();
-    InternalOpen();
-}
 
 // ---------------------------------------------------------------------------
 // TDLDataLink

@@ -109,6 +109,7 @@ protected:
     void InternalPost() override;
     void InternalDelete() override;
     void InternalRefresh() override;
+    void DoAfterRefresh() override;
 
     virtual std::unique_ptr<TDLDataSetData> CreateDataRecs() = 0;
     virtual bool IsSQLiteData() const { return false; }
@@ -139,6 +140,7 @@ protected:
     bool FServerFiltered = false;  // the filter text went into the statement
     QString FFilterDateFormat;
     QVariantList FPostedKeyValues;  // the key of the row last posted
+    QVariantList FRefreshKeyValues;  // the key of the row a refresh began on
 };
 
 // A dataset over the statements of a text, run on a SQLite database. Rows
@@ -203,7 +205,6 @@ protected:
     bool IsSQLiteData() const override { return true; }
     void InternalPost() override;
     void InternalDelete() override;
-    void InternalRefresh() override;
     // Binds the parameters of a prepared statement; nothing here.
     virtual void InternalSetParams(TSQLiteSQLHandle& SQLHandle) { (void)SQLHandle; }
     void CheckConnected();

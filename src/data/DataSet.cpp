@@ -182,8 +182,15 @@ void TDataSet::Resync() {
 
 void TDataSet::Refresh() {
     CheckBrowseMode();
+    // The rows are read anew: the old buffer belongs to rows that are gone.
     InternalRefresh();
-    Resync();
+    FActiveBuffer = AllocRecordBuffer();
+    ReadActive(gmCurrent);
+    if (!FHasActive) ReadActive(gmPrior);
+    if (!FHasActive) ReadActive(gmNext);
+    FBof = FEof = !FHasActive;
+    DoAfterRefresh();
+    DataEvent(deDataSetChange);
 }
 
 // ---------------------------------------------------------------------------

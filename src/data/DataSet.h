@@ -172,6 +172,8 @@ protected:
     virtual void DoBeforeClose();
     virtual void DoAfterPost();
     virtual void DoOnNewRecord();
+    // After a refresh put the cursor back where it was by position.
+    virtual void DoAfterRefresh() {}
     void DoBeforeScroll();
     void DoAfterScroll();
     void SetState(TDataSetState Value);
