@@ -2,6 +2,7 @@
 
 #include "Assert.h"
 #include "DLDateTime.h"
+#include "DLPragmaOptions.h"
 #include "DLQuoteTools.h"
 #include "DLSQLite3API.h"
 #include "DLTools.h"
@@ -193,7 +194,7 @@ void TSQLiteDatabaseParams::SetEncoding(const QString& value) {
 // ---------------------------------------------------------------------------
 // TDLSQLiteDatabase: lifecycle
 
-TDLSQLiteDatabase::TDLSQLiteDatabase() = default;
+TDLSQLiteDatabase::TDLSQLiteDatabase() : FPragmas(std::make_unique<TSQLitePragmaOptions>(this)) {}
 
 TDLSQLiteDatabase::~TDLSQLiteDatabase() {
     try {
@@ -840,10 +841,18 @@ int TDLSQLiteDatabase::GetEncoding() {
     return FEncoding;
 }
 
-int TDLSQLiteDatabase::SchemaVersion() {
-    CheckConnected();
-    return GetStringValue(QStringLiteral("pragma schema_version")).toInt();
+QString TDLSQLiteDatabase::SchemaVersion() {
+    const TSQLitePragmaOption* option = PragmaByName(QStringLiteral("schema_version"));
+    QStringList versions;
+    for (const QString& db : DatabaseNames()) versions.append(option->GetValue(db));
+    return versions.join(u',');
 }
+
+int TDLSQLiteDatabase::PragmaCount() const { return FPragmas->Count(); }
+
+TSQLitePragmaOption* TDLSQLiteDatabase::Pragma(int i) const { return FPragmas->Items(i); }
+
+TSQLitePragmaOption* TDLSQLiteDatabase::PragmaByName(const QString& Name) const { return FPragmas->ByName(Name); }
 
 QStringList TDLSQLiteDatabase::DatabaseNames() {
     QStringList names;

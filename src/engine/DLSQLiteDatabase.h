@@ -23,6 +23,8 @@ struct sqlite3_stmt;
 namespace brindle {
 
 class TDLSQLiteDatabase;
+class TSQLitePragmaOption;
+class TSQLitePragmaOptions;
 
 // A cursor over a text of several statements.
 class TSQLHandle {
@@ -144,7 +146,9 @@ public:
     bool CorruptedFile() const { return FCorruptedFile; }
     // The text encoding as a code page: 65001, 1200 (UTF-16LE), 1201 (UTF-16BE).
     int GetEncoding();
-    int SchemaVersion();
+    // The schema version of every database of the connection, joined by
+    // ",": a change from outside shows as a different text.
+    QString SchemaVersion();
 
     // Names from "pragma database_list", main first.
     int DatabaseCount();
@@ -157,6 +161,10 @@ public:
     int SavepointCount() const { return FSavepoints.Count(); }
     QString Savepoints(int i) const { return FSavepoints[i]; }
     void ClearSavepoints() { FSavepoints.Clear(); }
+    int PragmaCount() const;
+    TSQLitePragmaOption* Pragma(int i) const;
+    // Case-insensitive; null for a name the table does not list.
+    TSQLitePragmaOption* PragmaByName(const QString& Name) const;
 
     // --- lifecycle --------------------------------------------------------
     // Makes a new file; raises when connected, without a library, or when
@@ -351,6 +359,7 @@ private:
     TNameValueContainer FDatabaseFiles;
     std::vector<TSQLiteExtension> FExtensions;
     TSavepointList FSavepoints;
+    std::unique_ptr<TSQLitePragmaOptions> FPragmas;
     std::vector<TSQLiteSQLHandle*> FSQLHandles;  // not owned
     bool FUnicode = true;
     int FEncoding = 0;  // cached code page; 0 = unknown
