@@ -3,6 +3,7 @@
 #include "Assert.h"
 #include "DLDateTime.h"
 #include "DLPragmaOptions.h"
+#include "DLQueryQueue.h"
 #include "DLQuoteTools.h"
 #include "DLSQLite3API.h"
 #include "DLTools.h"
@@ -882,6 +883,38 @@ QString TDLSQLiteDatabase::AttachedDatabases(int i) {
         if (i-- == 0) return d;
     }
     return {};
+}
+
+// ---------------------------------------------------------------------------
+// Background queries
+
+// Workers on one file; enough to count the tables of a database side by
+// side without crowding the machine.
+constexpr int kQueryQueueCount = 8;
+
+std::unique_ptr<TThreadTask> TDLSQLiteDatabase::RunAsyncTask(std::unique_ptr<TThreadTask> Task, bool HighPriority) {
+    if (!Connected()) return Task;
+    if (!FThreadPool) InitializeQueryQueue();
+    return FThreadPool ? FThreadPool->AddTask(std::move(Task), HighPriority) : std::move(Task);
+}
+
+void TDLSQLiteDatabase::InitializeQueryQueue() {
+    if (!Connected()) return;
+    FinalizeQueryQueue();
+    auto pool = std::make_unique<TThreadPool>();
+    const QFileInfo file(FFileName);
+    if (FFileName.compare(QLatin1String(":memory:"), Qt::CaseInsensitive) != 0 && file.isFile()) {
+        for (int i = 0; i < kQueryQueueCount; ++i)
+            pool->AddQueue(std::make_unique<TQueryQueue>(FFileName, FEncryptionKey));
+    }
+    FThreadPool = std::move(pool);
+}
+
+void TDLSQLiteDatabase::FinalizeQueryQueue() {
+    // The field is cleared before the pool goes, so nothing reaches a pool
+    // that is winding down.
+    std::unique_ptr<TThreadPool> pool = std::move(FThreadPool);
+    pool.reset();
 }
 
 // ---------------------------------------------------------------------------

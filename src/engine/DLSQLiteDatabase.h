@@ -25,6 +25,8 @@ namespace brindle {
 class TDLSQLiteDatabase;
 class TSQLitePragmaOption;
 class TSQLitePragmaOptions;
+class TThreadPool;
+class TThreadTask;
 
 // A cursor over a text of several statements.
 class TSQLHandle {
@@ -319,9 +321,21 @@ public:
     virtual void DoAfterPrepare(const QString& SQL, int ErrorCode);
     virtual void DoOnProgress(bool& Continue);
 
-    // The background queue of later layers hooks in here.
-    virtual void InitializeQueryQueue() {}
-    virtual void FinalizeQueryQueue() {}
+    // --- background queries ---------------------------------------------
+    // Hands the task to one of the background connections; its handler
+    // fires on this thread once it ran. Returns the task when nothing took
+    // it: not connected, or a memory database, which no other connection
+    // can see.
+    std::unique_ptr<TThreadTask> RunAsyncTask(std::unique_ptr<TThreadTask> Task, bool HighPriority = false);
+    // Null when not connected.
+    TThreadPool* ThreadPool() const { return FThreadPool.get(); }
+    // Rebuilds the pool: eight workers for a file, none for a memory
+    // database. A worker starts, and opens its read-only connection, with
+    // its first task. Only when connected.
+    void InitializeQueryQueue();
+    // Drops the pool; returns once the running tasks ended. Tasks that wait
+    // are freed unrun, and their handlers never fire.
+    void FinalizeQueryQueue();
 
 protected:
     bool GetConnected() const override { return FDB != nullptr; }
@@ -364,6 +378,7 @@ private:
     bool FUnicode = true;
     int FEncoding = 0;  // cached code page; 0 = unknown
     double FLastLockTime = 0;
+    std::unique_ptr<TThreadPool> FThreadPool;
 };
 
 }  // namespace brindle
