@@ -98,7 +98,12 @@ QString TSQLitePragmaOption::GetValue(const QString& Database) const {
 }
 
 void TSQLitePragmaOption::SetValue(const QString& Database, const QString& Value) const {
-    FOwner->Database()->Execute(QStringLiteral("pragma %1 = \"%2\"").arg(QualifiedName(Database), Value));
+    TDLSQLiteDatabase& db = *FOwner->Database();
+    // Background readers that have read a WAL file keep a lock on it that
+    // refuses any other journal mode; they go, and come back with the next
+    // background task. Tasks still waiting are dropped.
+    if (FName == QLatin1String("journal_mode")) db.FinalizeQueryQueue();
+    db.Execute(QStringLiteral("pragma %1 = \"%2\"").arg(QualifiedName(Database), Value));
 }
 
 TSQLitePragmaOptions::TSQLitePragmaOptions(TDLSQLiteDatabase* Database) : FDatabase(Database) {

@@ -4,6 +4,7 @@
 #include "EngineTestSupport.h"
 #include "TempDir.h"
 
+#include "engine/DLPragmaOptions.h"
 #include "engine/DLQueryQueue.h"
 #include "engine/DLSQLite3API.h"
 
@@ -79,6 +80,15 @@ TEST_P(JournalModeTest, CountsComeBackOnTheMainThreadWhileTheMainConnectionWrite
     EXPECT_EQ(text, QVariant(QStringLiteral("x1.5")));
     EXPECT_EQ(real, QVariant(2.5));
     EXPECT_FALSE(null.isValid());
+
+    // Readers that have read do not stand in the way of another journal mode.
+    TSQLitePragmaOption* journal = db->PragmaByName(QStringLiteral("journal_mode"));
+    journal->SetValue(QStringLiteral("main"), QStringLiteral("persist"));
+    EXPECT_EQ(journal->GetValue(QStringLiteral("main")), QStringLiteral("persist"));
+    count.clear();
+    (void)db->RunAsyncTask(query(kCount, count));
+    ASSERT_TRUE(pumpUntil([&] { return count.isValid(); }));
+    EXPECT_EQ(count, QVariant(qint64(201)));
 }
 
 INSTANTIATE_TEST_SUITE_P(RollbackAndWal, JournalModeTest, ::testing::Values("delete", "wal"));
