@@ -26,10 +26,10 @@ decltype(&::sqlite3_reset_auto_extension) saved_sqlite3_reset_auto_extension = n
 // Outside libraries bind their own symbols first, so that a second SQLite
 // in the process never resolves into ours. The sanitizer runtimes refuse
 // RTLD_DEEPBIND, so sanitizer builds go without it.
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr int kDlopenFlags = RTLD_NOW | RTLD_LOCAL;
 #elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
 constexpr int kDlopenFlags = RTLD_NOW | RTLD_LOCAL;
 #else
 constexpr int kDlopenFlags = RTLD_NOW | RTLD_LOCAL | RTLD_DEEPBIND;

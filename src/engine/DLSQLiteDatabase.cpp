@@ -2,6 +2,8 @@
 
 #include "Assert.h"
 #include "DLDateTime.h"
+#include "DLPragmaOptions.h"
+#include "DLQueryQueue.h"
 #include "DLQuoteTools.h"
 #include "DLSQLite3API.h"
 #include "DLTools.h"
@@ -193,7 +195,7 @@ void TSQLiteDatabaseParams::SetEncoding(const QString& value) {
 // ---------------------------------------------------------------------------
 // TDLSQLiteDatabase: lifecycle
 
-TDLSQLiteDatabase::TDLSQLiteDatabase() = default;
+TDLSQLiteDatabase::TDLSQLiteDatabase() : FPragmas(std::make_unique<TSQLitePragmaOptions>(this)) {}
 
 TDLSQLiteDatabase::~TDLSQLiteDatabase() {
     try {
@@ -840,10 +842,18 @@ int TDLSQLiteDatabase::GetEncoding() {
     return FEncoding;
 }
 
-int TDLSQLiteDatabase::SchemaVersion() {
-    CheckConnected();
-    return GetStringValue(QStringLiteral("pragma schema_version")).toInt();
+QString TDLSQLiteDatabase::SchemaVersion() {
+    const TSQLitePragmaOption* option = PragmaByName(QStringLiteral("schema_version"));
+    QStringList versions;
+    for (const QString& db : DatabaseNames()) versions.append(option->GetValue(db));
+    return versions.join(u',');
 }
+
+int TDLSQLiteDatabase::PragmaCount() const { return FPragmas->Count(); }
+
+TSQLitePragmaOption* TDLSQLiteDatabase::Pragma(int i) const { return FPragmas->Items(i); }
+
+TSQLitePragmaOption* TDLSQLiteDatabase::PragmaByName(const QString& Name) const { return FPragmas->ByName(Name); }
 
 QStringList TDLSQLiteDatabase::DatabaseNames() {
     QStringList names;
@@ -873,6 +883,38 @@ QString TDLSQLiteDatabase::AttachedDatabases(int i) {
         if (i-- == 0) return d;
     }
     return {};
+}
+
+// ---------------------------------------------------------------------------
+// Background queries
+
+// Workers on one file; enough to count the tables of a database side by
+// side without crowding the machine.
+constexpr int kQueryQueueCount = 8;
+
+std::unique_ptr<TThreadTask> TDLSQLiteDatabase::RunAsyncTask(std::unique_ptr<TThreadTask> Task, bool HighPriority) {
+    if (!Connected()) return Task;
+    if (!FThreadPool) InitializeQueryQueue();
+    return FThreadPool ? FThreadPool->AddTask(std::move(Task), HighPriority) : std::move(Task);
+}
+
+void TDLSQLiteDatabase::InitializeQueryQueue() {
+    if (!Connected()) return;
+    FinalizeQueryQueue();
+    auto pool = std::make_unique<TThreadPool>();
+    const QFileInfo file(FFileName);
+    if (FFileName.compare(QLatin1String(":memory:"), Qt::CaseInsensitive) != 0 && file.isFile()) {
+        for (int i = 0; i < kQueryQueueCount; ++i)
+            pool->AddQueue(std::make_unique<TQueryQueue>(FFileName, FEncryptionKey));
+    }
+    FThreadPool = std::move(pool);
+}
+
+void TDLSQLiteDatabase::FinalizeQueryQueue() {
+    // The field is cleared before the pool goes, so nothing reaches a pool
+    // that is winding down.
+    std::unique_ptr<TThreadPool> pool = std::move(FThreadPool);
+    pool.reset();
 }
 
 // ---------------------------------------------------------------------------

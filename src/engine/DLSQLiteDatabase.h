@@ -23,6 +23,10 @@ struct sqlite3_stmt;
 namespace brindle {
 
 class TDLSQLiteDatabase;
+class TSQLitePragmaOption;
+class TSQLitePragmaOptions;
+class TThreadPool;
+class TThreadTask;
 
 // A cursor over a text of several statements.
 class TSQLHandle {
@@ -144,7 +148,9 @@ public:
     bool CorruptedFile() const { return FCorruptedFile; }
     // The text encoding as a code page: 65001, 1200 (UTF-16LE), 1201 (UTF-16BE).
     int GetEncoding();
-    int SchemaVersion();
+    // The schema version of every database of the connection, joined by
+    // ",": a change from outside shows as a different text.
+    QString SchemaVersion();
 
     // Names from "pragma database_list", main first.
     int DatabaseCount();
@@ -157,6 +163,10 @@ public:
     int SavepointCount() const { return FSavepoints.Count(); }
     QString Savepoints(int i) const { return FSavepoints[i]; }
     void ClearSavepoints() { FSavepoints.Clear(); }
+    int PragmaCount() const;
+    TSQLitePragmaOption* Pragma(int i) const;
+    // Case-insensitive; null for a name the table does not list.
+    TSQLitePragmaOption* PragmaByName(const QString& Name) const;
 
     // --- lifecycle --------------------------------------------------------
     // Makes a new file; raises when connected, without a library, or when
@@ -311,9 +321,21 @@ public:
     virtual void DoAfterPrepare(const QString& SQL, int ErrorCode);
     virtual void DoOnProgress(bool& Continue);
 
-    // The background queue of later layers hooks in here.
-    virtual void InitializeQueryQueue() {}
-    virtual void FinalizeQueryQueue() {}
+    // --- background queries ---------------------------------------------
+    // Hands the task to one of the background connections; its handler
+    // fires on this thread once it ran. Returns the task when nothing took
+    // it: not connected, or a memory database, which no other connection
+    // can see.
+    std::unique_ptr<TThreadTask> RunAsyncTask(std::unique_ptr<TThreadTask> Task, bool HighPriority = false);
+    // Null when not connected.
+    TThreadPool* ThreadPool() const { return FThreadPool.get(); }
+    // Rebuilds the pool: eight workers for a file, none for a memory
+    // database. A worker starts, and opens its read-only connection, with
+    // its first task. Only when connected.
+    void InitializeQueryQueue();
+    // Drops the pool; returns once the running tasks ended. Tasks that wait
+    // are freed unrun, and their handlers never fire.
+    void FinalizeQueryQueue();
 
 protected:
     bool GetConnected() const override { return FDB != nullptr; }
@@ -351,10 +373,12 @@ private:
     TNameValueContainer FDatabaseFiles;
     std::vector<TSQLiteExtension> FExtensions;
     TSavepointList FSavepoints;
+    std::unique_ptr<TSQLitePragmaOptions> FPragmas;
     std::vector<TSQLiteSQLHandle*> FSQLHandles;  // not owned
     bool FUnicode = true;
     int FEncoding = 0;  // cached code page; 0 = unknown
     double FLastLockTime = 0;
+    std::unique_ptr<TThreadPool> FThreadPool;
 };
 
 }  // namespace brindle
