@@ -1,0 +1,209 @@
+#include "DLMetadata.h"
+
+#include "engine/DLQuoteTools.h"
+#include "engine/Exceptions.h"
+
+#include <unordered_map>
+
+namespace brindle {
+
+namespace {
+
+// The refresh walk over one of the two lists. Items and names are matched
+// by their exact spelling: a name that now differs only in case belongs to
+// a new object, which the tree must see as one.
+template <typename TItem, typename TCreate>
+void RefreshList(std::vector<std::unique_ptr<TItem>>& Items, const QStringList& Names, TCreate Create) {
+    std::unordered_map<QString, std::unique_ptr<TItem>> kept;
+    kept.reserve(Items.size());
+    for (auto& item : Items) {
+        const QString name = item->GetName();
+        kept.emplace(name, std::move(item));
+    }
+    Items.clear();
+    Items.reserve(static_cast<size_t>(Names.size()));
+    QStringList errors;
+    for (const QString& name : Names) {
+        const auto it = kept.find(name);
+        if (it != kept.end() && it->second) {
+            Items.push_back(std::move(it->second));
+        } else {
+            Items.push_back(Create(name));
+        }
+        try {
+            Items.back()->RefreshSchema();
+        } catch (const ECustomException& e) {
+            errors << e.message().trimmed();
+        }
+    }
+    if (!errors.isEmpty()) throw ECustomException(errors.join(QStringLiteral("\r\n")));
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------
+// TDLMetadata
+
+TDLMetadata::TDLMetadata(TDLDatabase* Database) : FLife(std::make_shared<TDLMetadata*>(this)) {
+    SetDatabase(Database);
+}
+
+TDLMetadata::~TDLMetadata() {
+    if (FDatabase) FDatabase->UnregisterClient(this);
+}
+
+void TDLMetadata::SetDatabase(TDLDatabase* Database) {
+    if (Database == FDatabase) return;
+    if (FDatabase) FDatabase->UnregisterClient(this);
+    FDatabase = Database;
+    if (FDatabase) FDatabase->RegisterClient(this);
+}
+
+void TDLMetadata::Connect() {
+    if (FDatabase) FDatabase->SetConnected(true);
+}
+
+void TDLMetadata::Disconnect() {
+    if (FDatabase) FDatabase->SetConnected(false);
+}
+
+void TDLMetadata::RefreshTables() {
+    QStringList names;
+    GetTableNames(names, FIncludeSystemTables);
+    ListsChanged();
+    // Lookups during the walk (references, temporary triggers) must see the
+    // list as it grows, so the index is rebuilt afterwards as well.
+    struct TDone {
+        TDLMetadata* Self;
+        ~TDone() { Self->ListsChanged(); }
+    } done{this};
+    RefreshList(FTables, names, [this](const QString& name) { return CreateTableInfo(name); });
+}
+
+void TDLMetadata::RefreshViews() {
+    QStringList names;
+    GetViewNames(names);
+    ListsChanged();
+    struct TDone {
+        TDLMetadata* Self;
+        ~TDone() { Self->ListsChanged(); }
+    } done{this};
+    RefreshList(FViews, names, [this](const QString& name) { return CreateViewInfo(name); });
+}
+
+void TDLMetadata::SetRecordCounter(TRecordCounter Counter) { FRecordCounter = std::move(Counter); }
+
+void TDLMetadata::UpdateRecordCount(TMetadataBaseItem& Item) {
+    const QString name = Item.GetName();
+    ++FRecordCountUpdates;
+    std::weak_ptr<TDLMetadata*> life = FLife;
+    TRecordCountDone done = [life, name](std::optional<qint64> Count) {
+        if (const auto self = life.lock()) (*self)->RecordCountArrived(name, Count);
+    };
+    if (FRecordCounter)
+        FRecordCounter(name, done);
+    else
+        done(CountRecords(name));
+}
+
+void TDLMetadata::UpdateRecordCounts() {
+    // The list may change under a counter that answers at once and a
+    // handler that refreshes; walk the names.
+    QStringList names;
+    for (const auto& t : FTables) names << t->GetName();
+    for (const auto& v : FViews) names << v->GetName();
+    for (const QString& n : names)
+        if (TMetadataBaseItem* item = FindObject(n)) UpdateRecordCount(*item);
+}
+
+std::optional<qint64> TDLMetadata::CountRecords(const QString& ObjectName) {
+    if (!FDatabase) return std::nullopt;
+    try {
+        const QString value =
+            FDatabase->GetStringValue(QStringLiteral("select count(*) from ") + QuoteObjectIfNeeded(ObjectName));
+        bool ok = false;
+        const qint64 count = value.toLongLong(&ok);
+        return ok ? std::optional<qint64>(count) : std::nullopt;
+    } catch (const ECustomException&) {
+        // A view over a dropped table or a table of a missing module has
+        // no count; the tree shows the bare name.
+        return std::nullopt;
+    }
+}
+
+void TDLMetadata::RecordCountArrived(const QString& ObjectName, std::optional<qint64> Count) {
+    if (FRecordCountUpdates > 0) --FRecordCountUpdates;
+    TMetadataBaseItem* item = FindObject(ObjectName);
+    if (!item || item->GetName() != ObjectName) return;
+    item->FRecordCount = Count;
+    if (FOnRecordCount) FOnRecordCount(*item);
+}
+
+// ---------------------------------------------------------------------------
+// Items
+
+void TDLIndexInfo::RefreshSchema() {
+    FSQL = FIndexName.isEmpty() ? QString() : FTable->FMetadata->GetIndexDDL(FTable->FTableName, FIndexName);
+    QStringList names;
+    GetIndexFields(names);
+    FIndexFields.clear();
+    for (const QString& n : names) {
+        FIndexFields.push_back(CreateIndexFieldInfo());
+        FIndexFields.back()->FFieldName = n;
+    }
+    InitIndexFields();
+}
+
+void TDLTableInfo::InternalRefreshSchema() {
+    RefreshDDL();
+    GetFields();
+    GetIndexes();
+    GetTriggers();
+    GetUniqueConstraints();
+    GetCheckConstraints();
+    GetForeignKeys();
+    GetReferences();
+}
+
+void TDLTableInfo::RefreshDDL() { FSQL = FMetadata->GetTableDDL(FTableName); }
+
+void TDLTableInfo::GetTriggers() {
+    FTriggers.clear();
+    for (bool temporary : {false, true}) {
+        QStringList names;
+        if (temporary)
+            FMetadata->GetTemporaryTriggerNames(FTableName, names);
+        else
+            FMetadata->GetTriggerNames(FTableName, names);
+        for (const QString& n : names) {
+            FTriggers.push_back(CreateTriggerInfo(n, temporary));
+            FTriggers.back()->RefreshSchema();
+        }
+    }
+}
+
+void TDLViewInfo::InternalRefreshSchema() {
+    RefreshDDL();
+    GetFields();
+    GetTriggers();
+    GetReferences();
+}
+
+void TDLViewInfo::RefreshDDL() { FSQL = FMetadata->GetViewDDL(FViewName); }
+
+void TDLViewInfo::GetTriggers() {
+    FTriggers.clear();
+    for (bool temporary : {false, true}) {
+        QStringList names;
+        if (temporary)
+            FMetadata->GetTemporaryTriggerNames(FViewName, names);
+        else
+            FMetadata->GetTriggerNames(FViewName, names);
+        for (const QString& n : names) {
+            FTriggers.push_back(CreateTriggerInfo(n, temporary));
+            FTriggers.back()->RefreshSchema();
+        }
+    }
+}
+
+}  // namespace brindle
