@@ -9,14 +9,45 @@
 namespace brindle {
 
 QString FoldName(const QString& Name) {
+    // Most names are lower case already; they are shared, not copied.
+    const auto upper = std::find_if(Name.begin(), Name.end(), [](QChar c) { return c >= u'A' && c <= u'Z'; });
+    if (upper == Name.end()) return Name;
     QString result = Name;
-    for (QChar& c : result)
-        if (c >= u'A' && c <= u'Z') c = QChar(c.unicode() + (u'a' - u'A'));
+    for (qsizetype i = upper - Name.begin(); i < result.size(); ++i) {
+        const QChar c = result.at(i);
+        if (c >= u'A' && c <= u'Z') result[i] = QChar(c.unicode() + (u'a' - u'A'));
+    }
     return result;
 }
 
+namespace {
+
+bool HasQuotes(const QString& Name) {
+    for (QChar c : Name)
+        if (c == u'"' || c == u'[' || c == u']' || c == u'`') return true;
+    return false;
+}
+
+}  // namespace
+
+void SplitObjectName(const QString& QualifiedName, QString& DatabaseName, QString& ObjectName) {
+    // Names without quotes hold no dot but the separator; the general
+    // reader is for the rest.
+    if (!HasQuotes(QualifiedName)) {
+        const qsizetype dot = QualifiedName.indexOf(u'.');
+        DatabaseName = dot < 0 ? QString() : QualifiedName.left(dot);
+        ObjectName = dot < 0 ? QualifiedName : QualifiedName.mid(dot + 1);
+        return;
+    }
+    ParseObject(QualifiedName, DatabaseName, ObjectName);
+    DatabaseName = UnQuoteIdentifier(DatabaseName);
+    ObjectName = UnQuoteIdentifier(ObjectName);
+}
+
 QString MetadataNameKey(const QString& DatabaseName, const QString& ObjectName) {
-    return FoldName(UnQuoteIdentifier(DatabaseName)) + u'\x1f' + FoldName(UnQuoteIdentifier(ObjectName));
+    const QString db = HasQuotes(DatabaseName) ? UnQuoteIdentifier(DatabaseName) : DatabaseName;
+    const QString name = HasQuotes(ObjectName) ? UnQuoteIdentifier(ObjectName) : ObjectName;
+    return FoldName(db) + u'\x1f' + FoldName(name);
 }
 
 namespace {
@@ -25,8 +56,8 @@ bool IsTempName(const QString& DatabaseName) { return FoldName(DatabaseName) == 
 
 QString DatabaseOf(const QString& QualifiedName) {
     QString db, name;
-    ParseObject(QualifiedName, db, name);
-    return UnQuoteIdentifier(db);
+    SplitObjectName(QualifiedName, db, name);
+    return db;
 }
 
 }  // namespace
@@ -203,9 +234,9 @@ void TBaseMetadata::BuildIndex() const {
     FDatabaseOrder = {QStringLiteral("temp"), QStringLiteral("main")};
     auto add = [this](std::unordered_map<QString, TMetadataBaseItem*>& map, TMetadataBaseItem* item) {
         QString db, name;
-        ParseObject(item->GetName(), db, name);
+        SplitObjectName(item->GetName(), db, name);
         map.emplace(MetadataNameKey(db, name), item);
-        const QString folded = FoldName(UnQuoteIdentifier(db));
+        const QString folded = FoldName(db);
         if (!FDatabaseOrder.contains(folded)) FDatabaseOrder << folded;
     };
     for (const auto& t : FTables) add(FTableIndex, t.get());
@@ -216,7 +247,7 @@ void TBaseMetadata::BuildIndex() const {
 TMetadataBaseItem* TBaseMetadata::Lookup(const std::unordered_map<QString, TMetadataBaseItem*>& Map,
                                          const QString& Name) const {
     QString db, name;
-    ParseObject(Name, db, name);
+    SplitObjectName(Name, db, name);
     if (!db.isEmpty()) {
         const auto it = Map.find(MetadataNameKey(db, name));
         return it == Map.end() ? nullptr : it->second;
@@ -288,8 +319,8 @@ int TBaseMetadata::GetTriggerCount() const {
 
 bool TBaseMetadata::IsSystemTable(const QString& TableName) const {
     QString db, name;
-    ParseObject(TableName, db, name);
-    return FoldName(UnQuoteIdentifier(name)).startsWith(QLatin1String("sqlite_"));
+    SplitObjectName(TableName, db, name);
+    return name.startsWith(QLatin1String("sqlite_"), Qt::CaseInsensitive);
 }
 
 bool TBaseMetadata::IsTemporaryTable(const QString& TableName) const { return IsTempName(DatabaseOf(TableName)); }

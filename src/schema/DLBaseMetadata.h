@@ -351,5 +351,19 @@ private:
 QString MetadataNameKey(const QString& DatabaseName, const QString& ObjectName);
 // Folds ASCII letters only, as the engine does for names.
 QString FoldName(const QString& Name);
+// ParseObject with both parts unquoted.
+void SplitObjectName(const QString& QualifiedName, QString& DatabaseName, QString& ObjectName);
+
+// For a refresh that keeps the parts of a table whose names are still
+// there: takes the item for which Matches holds out of Items, leaving its
+// slot empty, and looks at slot Hint first, where it stood before unless
+// something changed. Nullptr when there is none.
+template <typename T, typename TMatches>
+std::unique_ptr<T> TakeItem(std::vector<std::unique_ptr<T>>& Items, size_t Hint, TMatches&& Matches) {
+    if (Hint < Items.size() && Items[Hint] && Matches(*Items[Hint])) return std::move(Items[Hint]);
+    for (auto& item : Items)
+        if (item && Matches(*item)) return std::move(item);
+    return nullptr;
+}
 
 }  // namespace brindle

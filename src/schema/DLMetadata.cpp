@@ -146,6 +146,7 @@ void TDLIndexInfo::RefreshSchema() {
     FSQL = FIndexName.isEmpty() ? QString() : FTable->FMetadata->GetIndexDDL(FTable->FTableName, FIndexName);
     QStringList names;
     GetIndexFields(names);
+    if (IndexFieldsCurrent(names)) return;
     FIndexFields.clear();
     for (const QString& n : names) {
         FIndexFields.push_back(CreateIndexFieldInfo());
@@ -167,19 +168,36 @@ void TDLTableInfo::InternalRefreshSchema() {
 
 void TDLTableInfo::RefreshDDL() { FSQL = FMetadata->GetTableDDL(FTableName); }
 
-void TDLTableInfo::GetTriggers() {
-    FTriggers.clear();
+namespace {
+
+// The owner's triggers as the catalogue has them now; an item whose trigger
+// is still there is kept.
+template <typename TCreate>
+void RefreshTriggers(TBaseMetadata& Metadata, const QString& OwnerName,
+                     std::vector<std::unique_ptr<TBaseTriggerInfo>>& Triggers, TCreate Create) {
+    std::vector<std::unique_ptr<TBaseTriggerInfo>> old = std::move(Triggers);
+    Triggers.clear();
     for (bool temporary : {false, true}) {
         QStringList names;
         if (temporary)
-            FMetadata->GetTemporaryTriggerNames(FTableName, names);
+            Metadata.GetTemporaryTriggerNames(OwnerName, names);
         else
-            FMetadata->GetTriggerNames(FTableName, names);
+            Metadata.GetTriggerNames(OwnerName, names);
         for (const QString& n : names) {
-            FTriggers.push_back(CreateTriggerInfo(n, temporary));
-            FTriggers.back()->RefreshSchema();
+            std::unique_ptr<TBaseTriggerInfo> trigger = TakeItem(old, Triggers.size(), [&](const TBaseTriggerInfo& t) {
+                return t.FTriggerName == n && t.FIsTemporary == temporary;
+            });
+            Triggers.push_back(trigger ? std::move(trigger) : Create(n, temporary));
+            Triggers.back()->RefreshSchema();
         }
     }
+}
+
+}  // namespace
+
+void TDLTableInfo::GetTriggers() {
+    RefreshTriggers(*FMetadata, FTableName, FTriggers,
+                    [this](const QString& n, bool temporary) { return CreateTriggerInfo(n, temporary); });
 }
 
 void TDLViewInfo::InternalRefreshSchema() {
@@ -192,18 +210,8 @@ void TDLViewInfo::InternalRefreshSchema() {
 void TDLViewInfo::RefreshDDL() { FSQL = FMetadata->GetViewDDL(FViewName); }
 
 void TDLViewInfo::GetTriggers() {
-    FTriggers.clear();
-    for (bool temporary : {false, true}) {
-        QStringList names;
-        if (temporary)
-            FMetadata->GetTemporaryTriggerNames(FViewName, names);
-        else
-            FMetadata->GetTriggerNames(FViewName, names);
-        for (const QString& n : names) {
-            FTriggers.push_back(CreateTriggerInfo(n, temporary));
-            FTriggers.back()->RefreshSchema();
-        }
-    }
+    RefreshTriggers(*FMetadata, FViewName, FTriggers,
+                    [this](const QString& n, bool temporary) { return CreateTriggerInfo(n, temporary); });
 }
 
 }  // namespace brindle

@@ -83,6 +83,9 @@ public:
 protected:
     // The columns' names in key order, empty for an expression.
     virtual void GetIndexFields(QStringList& Fields) = 0;
+    // The column items already say all there is for these names: the
+    // texts they were read from are unchanged. They are then kept.
+    virtual bool IndexFieldsCurrent(const QStringList&) { return false; }
 };
 
 class TDLTableInfo : public TBaseTableInfo {

@@ -17,17 +17,25 @@ namespace {
 
 // A name in statements of our own making: always in double quotes, so that
 // the user's choice of quote characters cannot change what they mean.
+void AppendSQLName(QString& SQL, const QString& Name) {
+    SQL += u'"';
+    if (Name.contains(u'"'))
+        SQL += QString(Name).replace(u'"', QStringLiteral("\"\""));
+    else
+        SQL += Name;
+    SQL += u'"';
+}
+
 QString SQLName(const QString& Name) {
-    QString quoted = Name;
-    return u'"' + quoted.replace(u'"', QStringLiteral("\"\"")) + u'"';
+    QString sql;
+    AppendSQLName(sql, Name);
+    return sql;
 }
 
 QString Unquoted(const QString& Name) { return UnQuoteIdentifier(Name); }
 
 void SplitName(const QString& QualifiedName, QString& DatabaseName, QString& ObjectName) {
-    ParseObject(QualifiedName, DatabaseName, ObjectName);
-    DatabaseName = Unquoted(DatabaseName);
-    ObjectName = Unquoted(ObjectName);
+    SplitObjectName(QualifiedName, DatabaseName, ObjectName);
 }
 
 // The rows of one statement, read straight from the engine: the catalogue
@@ -90,6 +98,7 @@ struct TSQLiteCatalogueObject {
 
 struct TSQLiteCatalogueSchema {
     QString Name;  // as the connection lists it
+    QString FoldedName;
     std::vector<TSQLiteCatalogueObject> Objects;  // in the catalogue's order
     std::unordered_map<QString, int> ByName;      // folded name
     std::unordered_map<QString, std::vector<int>> ByTable;  // folded tbl_name: indexes and triggers
@@ -114,7 +123,7 @@ struct TSQLiteCatalogue {
     const TSQLiteCatalogueSchema* Schema(const QString& DatabaseName) const {
         const QString key = DatabaseName.isEmpty() ? QStringLiteral("main") : FoldName(DatabaseName);
         for (const auto& s : Schemas)
-            if (FoldName(s.Name) == key) return &s;
+            if (s.FoldedName == key) return &s;
         return nullptr;
     }
     // The engine's order for a name without database: temp, main, the rest.
@@ -167,6 +176,15 @@ struct TSQLiteCatalogue {
     }
 };
 
+// The parser's answers on a table's text; each part remembers the text it
+// was taken from.
+struct TSQLiteParsedTable {
+    QString KindSQL;  // the kind of table
+    QString FieldsSQL;
+    std::unordered_map<QString, TSQLFieldRec> Fields;  // by folded name
+    QString ConstraintsSQL[3];  // unique, check, foreign keys
+};
+
 namespace {
 
 TSQLiteCatalogue ReadCatalogue(TDLSQLiteDatabase& Database) {
@@ -182,6 +200,7 @@ TSQLiteCatalogue ReadCatalogue(TDLSQLiteDatabase& Database) {
     for (const QString& name : names) {
         TSQLiteCatalogueSchema schema;
         schema.Name = name;
+        schema.FoldedName = FoldName(name);
         const QString master = FoldName(name) == u"temp" ? QStringLiteral("sqlite_temp_master")
                                                           : SQLName(name) + QStringLiteral(".sqlite_master");
         TRows rows(Database, QStringLiteral("select type, name, tbl_name, sql from ") + master);
@@ -242,11 +261,25 @@ TDLSQLiteDatabase& Connection(TDLSQLiteMetadata& Metadata) {
     return *db;
 }
 
+QString PragmaFor(const QString& DatabaseName, const QString& ObjectName, const char* Pragma) {
+    QString sql;
+    sql.reserve(24 + DatabaseName.size() + ObjectName.size());
+    sql += QLatin1String("pragma ");
+    if (!DatabaseName.isEmpty()) {
+        AppendSQLName(sql, DatabaseName);
+        sql += u'.';
+    }
+    sql += QLatin1String(Pragma);
+    sql += u'(';
+    AppendSQLName(sql, ObjectName);
+    sql += u')';
+    return sql;
+}
+
 QString PragmaFor(const QString& QualifiedName, const char* Pragma) {
     QString db, name;
     SplitName(QualifiedName, db, name);
-    return QStringLiteral("pragma %1%2(%3)")
-        .arg(db.isEmpty() ? QString() : SQLName(db) + u'.', QLatin1String(Pragma), SQLName(name));
+    return PragmaFor(db, name, Pragma);
 }
 
 }  // namespace
@@ -269,21 +302,52 @@ void TSQLiteIndexInfo::GetIndexFields(QStringList& Fields) {
         for (const auto& k : key) Fields << k.second;
         return;
     }
-    QString db, name;
-    SplitName(table.FTableName, db, name);
-    TRows rows(Connection(table.Metadata()), PragmaFor(QuoteObjectIfNeeded(db, FIndexName), "index_info"));
+    TRows rows(Connection(table.Metadata()), PragmaFor(table.FDatabaseName, FIndexName, "index_info"));
     while (rows.Next()) Fields << rows.Text(2);
+}
+
+TSQLiteIndexInfo::~TSQLiteIndexInfo() = default;
+
+bool TSQLiteIndexInfo::IndexFieldsCurrent(const QStringList& Fields) {
+    const QString& keySQL = (FOptions & ixPrimary) ? FTable->FSQL : QString();
+    if (FReadOptions != FOptions || FReadSQL != FSQL || FReadKeySQL != keySQL || IndexFieldCount() != Fields.size())
+        return false;
+    for (int i = 0; i < IndexFieldCount(); ++i)
+        if (IndexFields(i).FFieldName != Fields[i]) return false;
+    FOptions = FReadResultOptions;
+    return true;
 }
 
 void TSQLiteIndexInfo::InitIndexFields() {
     auto& table = static_cast<TSQLiteTableInfo&>(*FTable);
+    FReadOptions = -1;
+    const int options = FOptions;
+    struct TRemember {
+        TSQLiteIndexInfo& Index;
+        int Options;
+        // Only columns read to the end are remembered as read.
+        void operator()() {
+            Index.FReadSQL = Index.FSQL;
+            Index.FReadKeySQL = (Options & ixPrimary) ? Index.FTable->FSQL : QString();
+            Index.FReadOptions = Options;
+            Index.FReadResultOptions = Index.FOptions;
+        }
+    } remember{*this, options};
     TPrimaryKeyRec key;
     FConflictClause.clear();
     if (FOptions & ixPrimary) {
         key = GetPrimaryKeyOptions(table.FSQL);
         FConflictClause = key.ConflictClause;
     }
-    FWhereClause = FSQL.isEmpty() ? QString() : GetIndexWhereClause(FSQL);
+    FWhereClause.clear();
+    if (FSQL.isEmpty() && !(FOptions & ixPrimary)) {
+        remember();  // the engine's own index for a constraint
+        return;
+    }
+    // The key's record is taken first: the parser of the index's text is
+    // then asked all the rest.
+    TSQLParser* parser = FSQL.isEmpty() ? nullptr : &GetParser(FSQL);
+    if (parser) FWhereClause = parser->GetIndexWhereClause();
     std::vector<TIndexColumnText> texts;
     for (int i = 0; i < IndexFieldCount(); ++i) {
         TSQLiteIndexFieldInfo& f = Field(i);
@@ -292,10 +356,10 @@ void TSQLiteIndexInfo::InitIndexFields() {
             f.FCollate = key.Fields[place].Collate;
             f.FAutoincrement = key.Fields[place].Autoincrement;
             f.FSortOrder = key.Fields[place].SortOrder;
-        } else if (!FSQL.isEmpty() && !f.FFieldName.isEmpty()) {
-            f.FCollate = GetIndexCollateOption(FSQL, f.FFieldName);
-            f.FSortOrder = GetIndexFieldSortOrder(FSQL, f.FFieldName);
-        } else if (!FSQL.isEmpty()) {
+        } else if (parser && !f.FFieldName.isEmpty()) {
+            f.FCollate = parser->GetIndexCollateOption(f.FFieldName);
+            f.FSortOrder = parser->GetIndexFieldSortOrder(f.FFieldName);
+        } else if (parser) {
             // An expression has no name to look for; its place in the list
             // finds it.
             FOptions |= ixExpression;
@@ -307,13 +371,18 @@ void TSQLiteIndexInfo::InitIndexFields() {
             }
         }
     }
+    remember();
 }
 
 // ---------------------------------------------------------------------------
 // Tables
 
 TSQLiteTableInfo::TSQLiteTableInfo(TDLSQLiteMetadata* Metadata, const QString& TableName)
-    : TDLTableInfo(Metadata, TableName) {}
+    : TDLTableInfo(Metadata, TableName), FParsed(std::make_unique<TSQLiteParsedTable>()) {
+    SplitName(TableName, FDatabaseName, FObjectName);
+}
+
+TSQLiteTableInfo::~TSQLiteTableInfo() = default;
 
 TDLSQLiteMetadata& TSQLiteTableInfo::Metadata() const { return static_cast<TDLSQLiteMetadata&>(*FMetadata); }
 
@@ -330,10 +399,12 @@ void TSQLiteTableInfo::RefreshSchema() {
 
 void TSQLiteTableInfo::RefreshDDL() {
     TDLTableInfo::RefreshDDL();
+    FIsShadow = false;
+    if (FParsed->KindSQL == FSQL && !FSQL.isEmpty()) return;
+    FParsed->KindSQL.clear();
     // The kind of table decides what else there is to read, so it is known
     // before the columns.
     TSQLParser& parser = GetParser(FSQL);
-    FIsShadow = false;
     FIsWithoutRowID = parser.IsWithoutRowid();
     FIsVirtual = parser.SQLCommand() == stCreateVirtualTable;
     FModuleName.clear();
@@ -343,9 +414,11 @@ void TSQLiteTableInfo::RefreshDDL() {
         FModuleName = rec.ModuleName;
         FModuleArguments = rec.ModuleArguments;
     }
+    FParsed->KindSQL = FSQL;
 }
 
 void TSQLiteTableInfo::GetFields() {
+    std::vector<std::unique_ptr<TBaseFieldInfo>> old = std::move(FFields);
     FFields.clear();
     TDLSQLiteMetadata::TCatalogueScope scope(Metadata());
     TSQLiteCatalogue& catalogue = Metadata().Catalogue();
@@ -353,14 +426,24 @@ void TSQLiteTableInfo::GetFields() {
     const bool xinfo = catalogue.HasTableXInfo;
     // table_info leaves generated columns out, which would shift every
     // column behind them.
-    TRows rows(db, PragmaFor(FTableName, xinfo ? "table_xinfo" : "table_info"));
-    TSQLParser& parser = GetParser(FSQL);
+    TRows rows(db, PragmaFor(FDatabaseName, FObjectName, xinfo ? "table_xinfo" : "table_info"));
+    if (FParsed->FieldsSQL != FSQL || FSQL.isEmpty()) {
+        FParsed->FieldsSQL.clear();
+        FParsed->Fields.clear();
+        for (auto& [name, rec] : GetParser(FSQL).GetSQLFieldInfos())
+            FParsed->Fields.emplace(FoldName(name), std::move(rec));
+        FParsed->FieldsSQL = FSQL;
+    }
+    const std::unordered_map<QString, TSQLFieldRec>& parsed = FParsed->Fields;
     while (rows.Next()) {
         const int hidden = xinfo ? rows.Int(6) : 0;
         if (hidden == 1) continue;  // a virtual table's hidden column
-        std::unique_ptr<TBaseFieldInfo> base = CreateFieldInfo();
+        const QString name = rows.Text(1);
+        std::unique_ptr<TBaseFieldInfo> base =
+            TakeItem(old, FFields.size(), [&name](const TBaseFieldInfo& f) { return f.FFieldName == name; });
+        if (!base) base = CreateFieldInfo();
         auto* field = static_cast<TSQLiteFieldInfo*>(base.get());
-        field->FFieldName = rows.Text(1);
+        field->FFieldName = name;
         field->FFullSQLType = rows.Text(2);
         auto parts = catalogue.TypeParts.find(field->FFullSQLType);
         if (parts == catalogue.TypeParts.end()) {
@@ -376,15 +459,17 @@ void TSQLiteTableInfo::GetFields() {
         field->FGenerated = hidden == 2 || hidden == 3;
         // Not null follows the text: the key of a table without rowid is
         // reported not null without the text saying so.
-        const TSQLFieldRec info = parser.GetSQLFieldInfo(field->FFieldName);
-        field->FNotNull = info.NotNull;
-        field->FNotNullConflictClause = info.NotNullConflictClause;
-        field->FCollate = info.Collate;
+        const auto info = parsed.find(FoldName(field->FFieldName));
+        const bool known = info != parsed.end();
+        field->FNotNull = known && info->second.NotNull;
+        field->FNotNullConflictClause = known ? info->second.NotNullConflictClause : QString();
+        field->FCollate = known ? info->second.Collate : QString();
         FFields.push_back(std::move(base));
     }
 }
 
 void TSQLiteTableInfo::GetIndexes() {
+    std::vector<std::unique_ptr<TBaseIndexInfo>> old = std::move(FIndexes);
     FIndexes.clear();
     if (FIsVirtual) return;  // a virtual table cannot be indexed
     QStringList key;
@@ -404,7 +489,7 @@ void TSQLiteTableInfo::GetIndexes() {
     QString keyIndex;
     bool keyIndexFound = false;
     {
-        TRows rows(Connection(Metadata()), PragmaFor(FTableName, "index_list"));
+        TRows rows(Connection(Metadata()), PragmaFor(FDatabaseName, FObjectName, "index_list"));
         const int nameColumn = rows.ColumnIndex("name"), uniqueColumn = rows.ColumnIndex("unique"),
                   originColumn = rows.ColumnIndex("origin");
         while (rows.Next()) {
@@ -425,7 +510,9 @@ void TSQLiteTableInfo::GetIndexes() {
                      [](const TRec& a, const TRec& b) { return a.Name.compare(b.Name, Qt::CaseInsensitive) < 0; });
     if (!key.isEmpty()) recs.insert(recs.begin(), {keyIndex, ixPrimary | ixUnique});
     for (const TRec& rec : recs) {
-        std::unique_ptr<TBaseIndexInfo> index = CreateIndexInfo();
+        std::unique_ptr<TBaseIndexInfo> index =
+            TakeItem(old, FIndexes.size(), [&rec](const TBaseIndexInfo& i) { return i.FIndexName == rec.Name; });
+        if (!index) index = CreateIndexInfo();
         index->FIndexName = rec.Name;
         index->FOptions = rec.Options;
         index->RefreshSchema();
@@ -434,29 +521,40 @@ void TSQLiteTableInfo::GetIndexes() {
 }
 
 void TSQLiteTableInfo::GetUniqueConstraints() {
+    // The items stay as they are while the text does.
+    if (FParsed->ConstraintsSQL[0] == FSQL && !FSQL.isEmpty()) return;
+    FParsed->ConstraintsSQL[0].clear();
     FUniqueConstraints.clear();
-    for (const TUniqueConstraintRec& rec : brindle::GetUniqueConstraints(FSQL)) {
+    for (const TUniqueConstraintRec& rec : GetParser(FSQL).GetUniqueConstraints()) {
         auto info = std::make_unique<TBaseUniqueConstraintInfo>();
         info->FConstraintName = rec.ConstraintName;
         info->FFields = rec.Fields;
         info->FConflictClause = rec.ConflictClause;
         FUniqueConstraints.push_back(std::move(info));
     }
+    FParsed->ConstraintsSQL[0] = FSQL;
 }
 
 void TSQLiteTableInfo::GetCheckConstraints() {
+    // The items stay as they are while the text does.
+    if (FParsed->ConstraintsSQL[1] == FSQL && !FSQL.isEmpty()) return;
+    FParsed->ConstraintsSQL[1].clear();
     FCheckConstraints.clear();
-    for (const TCheckConstraintRec& rec : brindle::GetCheckConstraints(FSQL)) {
+    for (const TCheckConstraintRec& rec : GetParser(FSQL).GetCheckConstraints()) {
         auto info = std::make_unique<TBaseCheckConstraintInfo>();
         info->FConstraintName = rec.ConstraintName;
         info->FExpression = rec.Expression;
         FCheckConstraints.push_back(std::move(info));
     }
+    FParsed->ConstraintsSQL[1] = FSQL;
 }
 
 void TSQLiteTableInfo::GetForeignKeys() {
+    // The items stay as they are while the text does.
+    if (FParsed->ConstraintsSQL[2] == FSQL && !FSQL.isEmpty()) return;
+    FParsed->ConstraintsSQL[2].clear();
     FForeignKeys.clear();
-    for (const TForeignKeyRec& rec : brindle::GetForeignKeys(FSQL)) {
+    for (const TForeignKeyRec& rec : GetParser(FSQL).GetForeignKeys()) {
         auto info = std::make_unique<TBaseForeignKeyInfo>();
         info->FConstraintName = rec.ConstraintName;
         info->FChildKey = rec.ChildKey;
@@ -470,6 +568,7 @@ void TSQLiteTableInfo::GetForeignKeys() {
         info->FChildTableName = FTableName;
         FForeignKeys.push_back(std::move(info));
     }
+    FParsed->ConstraintsSQL[2] = FSQL;
 }
 
 void TSQLiteTableInfo::GetReferences() {
@@ -500,11 +599,15 @@ void TSQLiteViewInfo::RefreshSchema() {
 }
 
 void TSQLiteViewInfo::GetFields() {
+    std::vector<std::unique_ptr<TBaseFieldInfo>> old = std::move(FFields);
     FFields.clear();
     TRows rows(Connection(Metadata()), PragmaFor(FViewName, "table_info"));
     while (rows.Next()) {
-        std::unique_ptr<TBaseFieldInfo> field = CreateFieldInfo();
-        field->FFieldName = rows.Text(1);
+        const QString name = rows.Text(1);
+        std::unique_ptr<TBaseFieldInfo> field =
+            TakeItem(old, FFields.size(), [&name](const TBaseFieldInfo& f) { return f.FFieldName == name; });
+        if (!field) field = CreateFieldInfo();
+        field->FFieldName = name;
         field->FFullSQLType = rows.Text(2);
         Connection(Metadata()).SQLStrToDataType(field->FFullSQLType, field->FSQLType, field->FSize, field->FPrecision);
         field->FNotNull = rows.Int(3) != 0;

@@ -50,6 +50,7 @@ public:
 class TSQLiteIndexInfo : public TDLIndexInfo {
 public:
     using TDLIndexInfo::TDLIndexInfo;
+    ~TSQLiteIndexInfo() override;
     TSQLiteIndexFieldInfo& Field(int i) const { return static_cast<TSQLiteIndexFieldInfo&>(IndexFields(i)); }
 
     QString FConflictClause;  // of a primary key
@@ -58,12 +59,22 @@ public:
 protected:
     std::unique_ptr<TBaseIndexFieldInfo> CreateIndexFieldInfo() override;
     void GetIndexFields(QStringList& Fields) override;
+    bool IndexFieldsCurrent(const QStringList& Fields) override;
     void InitIndexFields() override;
+
+private:
+    // What the columns were last read from: the index's text, the table's
+    // (for a key), and the options before and after.
+    QString FReadSQL, FReadKeySQL;
+    int FReadOptions = -1, FReadResultOptions = 0;
 };
+
+struct TSQLiteParsedTable;
 
 class TSQLiteTableInfo : public TDLTableInfo {
 public:
     TSQLiteTableInfo(TDLSQLiteMetadata* Metadata, const QString& TableName);
+    ~TSQLiteTableInfo() override;
     TSQLiteFieldInfo& Field(int i) const { return static_cast<TSQLiteFieldInfo&>(Fields(i)); }
     TSQLiteIndexInfo& Index(int i) const { return static_cast<TSQLiteIndexInfo&>(Indexes(i)); }
 
@@ -93,6 +104,11 @@ protected:
 private:
     friend class TSQLiteIndexInfo;
     TDLSQLiteMetadata& Metadata() const;
+
+    QString FDatabaseName, FObjectName;  // FTableName's parts, unquoted
+    // What the parser made of FSQL, kept while the text stays the same, so
+    // that a refresh parses only the texts that changed.
+    std::unique_ptr<TSQLiteParsedTable> FParsed;
 };
 
 class TSQLiteViewInfo : public TDLViewInfo {
