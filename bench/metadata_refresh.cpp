@@ -12,11 +12,11 @@
 #include "schema/DLSQLiteMetadata.h"
 #include "schema/DLSQLiteParser.h"
 
+#include <sqlite3.h>
 #include <QElapsedTimer>
 #include <QTemporaryDir>
 #include <algorithm>
 #include <cstdio>
-#include <sqlite3.h>
 
 using namespace brindle;
 
@@ -82,8 +82,8 @@ int main(int argc, char* argv[]) {
     QElapsedTimer made;
     made.start();
     MakeSchema(db, tables);
-    std::printf("schema: %d tables, %d indexes, %d triggers, %d foreign keys (made in %.2f s)\n", tables, 2 * tables,
-                tables, tables, made.nsecsElapsed() / 1e9);
+    std::printf("schema: %d tables, %d indexes, %d triggers, %d foreign keys (made in %.2f s)\n", tables,
+                2 * tables, tables, tables, made.nsecsElapsed() / 1e9);
 
     TDLSQLiteMetadata md(&db);
     // The first refresh makes every item; later ones keep them and read
@@ -119,8 +119,9 @@ int main(int argc, char* argv[]) {
         triggers += md.Tables(i).TriggerCount();
         keys += md.Tables(i).ForeignKeyCount();
     }
-    std::printf("items: %d tables, %d indexes (keys and constraints included), %d triggers, %d foreign keys\n",
-                md.TableCount(), indexes, triggers, keys);
+    std::printf(
+        "items: %d tables, %d indexes (keys and constraints included), %d triggers, %d foreign keys\n",
+        md.TableCount(), indexes, triggers, keys);
     std::printf("catalogue statements per refresh: %lld\n", static_cast<long long>(statements.size()));
     std::printf("  first refresh of the process:           %.3f s\n", first);
     std::printf("  full refresh, new metadata (best of %d): %.3f s  %.1f us per table\n", runs, cold,

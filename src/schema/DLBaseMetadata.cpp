@@ -52,7 +52,9 @@ QString MetadataNameKey(const QString& DatabaseName, const QString& ObjectName) 
 
 namespace {
 
-bool IsTempName(const QString& DatabaseName) { return FoldName(DatabaseName) == u"temp"; }
+bool IsTempName(const QString& DatabaseName) {
+    return FoldName(DatabaseName) == u"temp";
+}
 
 QString DatabaseOf(const QString& QualifiedName) {
     QString db, name;
@@ -80,11 +82,13 @@ bool MetadataItemDependsOn(const TMetadataBaseItem* Item1, const TMetadataBaseIt
     return std::find(Item1->FReferences.begin(), Item1->FReferences.end(), Item2) != Item1->FReferences.end();
 }
 
-bool SortByDependencies(std::vector<TMetadataBaseItem*>& Objects,
-                        const std::function<int(const TMetadataBaseItem*, const TMetadataBaseItem*)>& CompareObjects,
-                        const std::function<bool(const TMetadataBaseItem*, const TMetadataBaseItem*)>& DependsOn) {
-    std::stable_sort(Objects.begin(), Objects.end(),
-                     [&](const TMetadataBaseItem* a, const TMetadataBaseItem* b) { return CompareObjects(a, b) < 0; });
+bool SortByDependencies(
+    std::vector<TMetadataBaseItem*>& Objects,
+    const std::function<int(const TMetadataBaseItem*, const TMetadataBaseItem*)>& CompareObjects,
+    const std::function<bool(const TMetadataBaseItem*, const TMetadataBaseItem*)>& DependsOn) {
+    std::stable_sort(
+        Objects.begin(), Objects.end(),
+        [&](const TMetadataBaseItem* a, const TMetadataBaseItem* b) { return CompareObjects(a, b) < 0; });
     const size_t n = Objects.size();
     for (size_t pass = 0; pass < 2 * n; ++pass) {
         bool moved = false;
@@ -115,11 +119,13 @@ std::unique_ptr<TBaseIndexFieldInfo> TBaseIndexInfo::CreateIndexFieldInfo() {
     return std::make_unique<TBaseIndexFieldInfo>();
 }
 
-TBaseTriggerInfo::TBaseTriggerInfo(TBaseMetadata* Metadata, TMetadataBaseItem* Item, const QString& TriggerName,
-                                   bool IsTemporary)
+TBaseTriggerInfo::TBaseTriggerInfo(TBaseMetadata* Metadata, TMetadataBaseItem* Item,
+                                   const QString& TriggerName, bool IsTemporary)
     : FMetadata(Metadata), FItem(Item), FTriggerName(TriggerName), FIsTemporary(IsTemporary) {}
 
-void TBaseTriggerInfo::RefreshSchema() { FSQL = FMetadata->GetTriggerDDL(FItem->GetName(), FTriggerName, FIsTemporary); }
+void TBaseTriggerInfo::RefreshSchema() {
+    FSQL = FMetadata->GetTriggerDDL(FItem->GetName(), FTriggerName, FIsTemporary);
+}
 
 // ---------------------------------------------------------------------------
 // Tables and views
@@ -133,15 +139,22 @@ void TBaseTableInfo::RefreshSchema() {
     try {
         InternalRefreshSchema();
     } catch (const ECustomException& e) {
-        throw ECustomException(QStringLiteral("Error refreshing schema for table \"%1\": %2").arg(FTableName, e.message()));
+        throw ECustomException(
+            QStringLiteral("Error refreshing schema for table \"%1\": %2").arg(FTableName, e.message()));
     }
 }
 
-bool TBaseTableInfo::IsSystemTable() const { return FMetadata->IsSystemTable(FTableName); }
+bool TBaseTableInfo::IsSystemTable() const {
+    return FMetadata->IsSystemTable(FTableName);
+}
 
-bool TBaseTableInfo::IsTemporary() const { return FMetadata->IsTemporaryTable(FTableName); }
+bool TBaseTableInfo::IsTemporary() const {
+    return FMetadata->IsTemporaryTable(FTableName);
+}
 
-QString TBaseTableInfo::GetNativeFullTableName() const { return QuoteObject(FTableName); }
+QString TBaseTableInfo::GetNativeFullTableName() const {
+    return QuoteObject(FTableName);
+}
 
 TBaseFieldInfo* TBaseTableInfo::FindField(const QString& FieldName) const {
     const QString key = FoldName(UnQuoteIdentifier(FieldName));
@@ -163,11 +176,16 @@ TBaseIndexInfo* TBaseTableInfo::PrimaryKey() const {
     return nullptr;
 }
 
-std::unique_ptr<TBaseFieldInfo> TBaseTableInfo::CreateFieldInfo() { return std::make_unique<TBaseFieldInfo>(); }
+std::unique_ptr<TBaseFieldInfo> TBaseTableInfo::CreateFieldInfo() {
+    return std::make_unique<TBaseFieldInfo>();
+}
 
-std::unique_ptr<TBaseIndexInfo> TBaseTableInfo::CreateIndexInfo() { return std::make_unique<TBaseIndexInfo>(this); }
+std::unique_ptr<TBaseIndexInfo> TBaseTableInfo::CreateIndexInfo() {
+    return std::make_unique<TBaseIndexInfo>(this);
+}
 
-std::unique_ptr<TBaseTriggerInfo> TBaseTableInfo::CreateTriggerInfo(const QString& TriggerName, bool IsTemporary) {
+std::unique_ptr<TBaseTriggerInfo> TBaseTableInfo::CreateTriggerInfo(const QString& TriggerName,
+                                                                    bool IsTemporary) {
     return std::make_unique<TBaseTriggerInfo>(FMetadata, this, TriggerName, IsTemporary);
 }
 
@@ -180,17 +198,25 @@ void TBaseViewInfo::RefreshSchema() {
     try {
         InternalRefreshSchema();
     } catch (const ECustomException& e) {
-        throw ECustomException(QStringLiteral("Error refreshing schema for view \"%1\": %2").arg(FViewName, e.message()));
+        throw ECustomException(
+            QStringLiteral("Error refreshing schema for view \"%1\": %2").arg(FViewName, e.message()));
     }
 }
 
-bool TBaseViewInfo::IsTemporary() const { return FMetadata->IsTemporaryView(FViewName); }
+bool TBaseViewInfo::IsTemporary() const {
+    return FMetadata->IsTemporaryView(FViewName);
+}
 
-QString TBaseViewInfo::GetNativeFullViewName() const { return QuoteObject(FViewName); }
+QString TBaseViewInfo::GetNativeFullViewName() const {
+    return QuoteObject(FViewName);
+}
 
-std::unique_ptr<TBaseFieldInfo> TBaseViewInfo::CreateFieldInfo() { return std::make_unique<TBaseFieldInfo>(); }
+std::unique_ptr<TBaseFieldInfo> TBaseViewInfo::CreateFieldInfo() {
+    return std::make_unique<TBaseFieldInfo>();
+}
 
-std::unique_ptr<TBaseTriggerInfo> TBaseViewInfo::CreateTriggerInfo(const QString& TriggerName, bool IsTemporary) {
+std::unique_ptr<TBaseTriggerInfo> TBaseViewInfo::CreateTriggerInfo(const QString& TriggerName,
+                                                                   bool IsTemporary) {
     return std::make_unique<TBaseTriggerInfo>(FMetadata, this, TriggerName, IsTemporary);
 }
 
@@ -219,8 +245,9 @@ void TBaseMetadata::RefreshSchema() {
         errors << e.message();
     }
     if (!errors.isEmpty())
-        throw ECustomException(QStringLiteral("The following errors were encountered while refreshing schema: \r\n\r\n") +
-                               errors.join(QStringLiteral("\r\n")));
+        throw ECustomException(
+            QStringLiteral("The following errors were encountered while refreshing schema: \r\n\r\n") +
+            errors.join(QStringLiteral("\r\n")));
 }
 
 void TBaseMetadata::RefreshReferences() {
@@ -323,8 +350,12 @@ bool TBaseMetadata::IsSystemTable(const QString& TableName) const {
     return name.startsWith(QLatin1String("sqlite_"), Qt::CaseInsensitive);
 }
 
-bool TBaseMetadata::IsTemporaryTable(const QString& TableName) const { return IsTempName(DatabaseOf(TableName)); }
+bool TBaseMetadata::IsTemporaryTable(const QString& TableName) const {
+    return IsTempName(DatabaseOf(TableName));
+}
 
-bool TBaseMetadata::IsTemporaryView(const QString& ViewName) const { return IsTempName(DatabaseOf(ViewName)); }
+bool TBaseMetadata::IsTemporaryView(const QString& ViewName) const {
+    return IsTempName(DatabaseOf(ViewName));
+}
 
 }  // namespace brindle

@@ -64,11 +64,12 @@ bool MetadataItemDependsOn(const TMetadataBaseItem* Item1, const TMetadataBaseIt
 // one that depends on it, pass after pass until a pass moves nothing. False
 // when that did not settle within twice the list's length of passes, which
 // a dependency cycle causes; the order is then the last pass's.
-bool SortByDependencies(std::vector<TMetadataBaseItem*>& Objects,
-                        const std::function<int(const TMetadataBaseItem*, const TMetadataBaseItem*)>&
-                            CompareObjects = MetadataBaseItemListCompare,
-                        const std::function<bool(const TMetadataBaseItem*, const TMetadataBaseItem*)>&
-                            DependsOn = MetadataItemDependsOn);
+bool SortByDependencies(
+    std::vector<TMetadataBaseItem*>& Objects,
+    const std::function<int(const TMetadataBaseItem*, const TMetadataBaseItem*)>& CompareObjects =
+        MetadataBaseItemListCompare,
+    const std::function<bool(const TMetadataBaseItem*, const TMetadataBaseItem*)>& DependsOn =
+        MetadataItemDependsOn);
 
 // One column of a table or view, as the catalogue and the CREATE text give it.
 class TBaseFieldInfo {
@@ -76,10 +77,10 @@ public:
     virtual ~TBaseFieldInfo();
 
     QString FFieldName;
-    QString FFullSQLType;  // the declared type as written, "VARCHAR(10)"
+    QString FFullSQLType;   // the declared type as written, "VARCHAR(10)"
     QString FDefaultValue;  // as the catalogue gives it, without DEFAULT
-    QString FSQLType;      // the type word, "VARCHAR"
-    QString FSize;         // "10", or empty
+    QString FSQLType;       // the type word, "VARCHAR"
+    QString FSize;          // "10", or empty
     QString FPrecision;
     bool FNotNull = false;
 };
@@ -132,7 +133,7 @@ public:
     TMetadataBaseItem* FItem;  // the owning table or view
     QString FTriggerName;      // unqualified
     QString FSQL;
-    bool FIsTemporary;         // kept in temp, whatever database its table is in
+    bool FIsTemporary;  // kept in temp, whatever database its table is in
 };
 
 class TBaseConstraintInfo {
@@ -193,9 +194,13 @@ public:
     int TriggerCount() const { return static_cast<int>(FTriggers.size()); }
     TBaseTriggerInfo& Triggers(int i) const { return *FTriggers[static_cast<size_t>(i)]; }
     int UniqueConstraintCount() const { return static_cast<int>(FUniqueConstraints.size()); }
-    TBaseUniqueConstraintInfo& UniqueConstraints(int i) const { return *FUniqueConstraints[static_cast<size_t>(i)]; }
+    TBaseUniqueConstraintInfo& UniqueConstraints(int i) const {
+        return *FUniqueConstraints[static_cast<size_t>(i)];
+    }
     int CheckConstraintCount() const { return static_cast<int>(FCheckConstraints.size()); }
-    TBaseCheckConstraintInfo& CheckConstraints(int i) const { return *FCheckConstraints[static_cast<size_t>(i)]; }
+    TBaseCheckConstraintInfo& CheckConstraints(int i) const {
+        return *FCheckConstraints[static_cast<size_t>(i)];
+    }
     int ForeignKeyCount() const { return static_cast<int>(FForeignKeys.size()); }
     TBaseForeignKeyInfo& ForeignKeys(int i) const { return *FForeignKeys[static_cast<size_t>(i)]; }
 
@@ -305,7 +310,8 @@ public:
     // The foreign keys of other tables that refer to the table, through any
     // column or, with FieldName, through that parent column. A table's key
     // to itself is left out, and so are keys of other databases.
-    void GetReferences(const QString& TableName, const QString& FieldName, std::vector<TBaseForeignKeyInfo*>& List) const;
+    void GetReferences(const QString& TableName, const QString& FieldName,
+                       std::vector<TBaseForeignKeyInfo*>& List) const;
     void GetReferences(const TBaseTableInfo& TableInfo, const QString& FieldName,
                        std::vector<TBaseForeignKeyInfo*>& List) const;
     int GetReferenceCount(const QString& TableName, const QString& FieldName) const;
@@ -339,7 +345,8 @@ protected:
 
 private:
     void BuildIndex() const;
-    TMetadataBaseItem* Lookup(const std::unordered_map<QString, TMetadataBaseItem*>& Map, const QString& Name) const;
+    TMetadataBaseItem* Lookup(const std::unordered_map<QString, TMetadataBaseItem*>& Map,
+                              const QString& Name) const;
 
     mutable bool FIndexValid = false;
     mutable std::unordered_map<QString, TMetadataBaseItem*> FTableIndex, FViewIndex;

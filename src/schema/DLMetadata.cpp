@@ -91,7 +91,9 @@ void TDLMetadata::RefreshViews() {
     RefreshList(FViews, names, [this](const QString& name) { return CreateViewInfo(name); });
 }
 
-void TDLMetadata::SetRecordCounter(TRecordCounter Counter) { FRecordCounter = std::move(Counter); }
+void TDLMetadata::SetRecordCounter(TRecordCounter Counter) {
+    FRecordCounter = std::move(Counter);
+}
 
 void TDLMetadata::UpdateRecordCount(TMetadataBaseItem& Item) {
     const QString name = Item.GetName();
@@ -119,8 +121,8 @@ void TDLMetadata::UpdateRecordCounts() {
 std::optional<qint64> TDLMetadata::CountRecords(const QString& ObjectName) {
     if (!FDatabase) return std::nullopt;
     try {
-        const QString value =
-            FDatabase->GetStringValue(QStringLiteral("select count(*) from ") + QuoteObjectIfNeeded(ObjectName));
+        const QString value = FDatabase->GetStringValue(QStringLiteral("select count(*) from ") +
+                                                        QuoteObjectIfNeeded(ObjectName));
         bool ok = false;
         const qint64 count = value.toLongLong(&ok);
         return ok ? std::optional<qint64>(count) : std::nullopt;
@@ -166,7 +168,9 @@ void TDLTableInfo::InternalRefreshSchema() {
     GetReferences();
 }
 
-void TDLTableInfo::RefreshDDL() { FSQL = FMetadata->GetTableDDL(FTableName); }
+void TDLTableInfo::RefreshDDL() {
+    FSQL = FMetadata->GetTableDDL(FTableName);
+}
 
 namespace {
 
@@ -184,9 +188,10 @@ void RefreshTriggers(TBaseMetadata& Metadata, const QString& OwnerName,
         else
             Metadata.GetTriggerNames(OwnerName, names);
         for (const QString& n : names) {
-            std::unique_ptr<TBaseTriggerInfo> trigger = TakeItem(old, Triggers.size(), [&](const TBaseTriggerInfo& t) {
-                return t.FTriggerName == n && t.FIsTemporary == temporary;
-            });
+            std::unique_ptr<TBaseTriggerInfo> trigger =
+                TakeItem(old, Triggers.size(), [&](const TBaseTriggerInfo& t) {
+                    return t.FTriggerName == n && t.FIsTemporary == temporary;
+                });
             Triggers.push_back(trigger ? std::move(trigger) : Create(n, temporary));
             Triggers.back()->RefreshSchema();
         }
@@ -207,7 +212,9 @@ void TDLViewInfo::InternalRefreshSchema() {
     GetReferences();
 }
 
-void TDLViewInfo::RefreshDDL() { FSQL = FMetadata->GetViewDDL(FViewName); }
+void TDLViewInfo::RefreshDDL() {
+    FSQL = FMetadata->GetViewDDL(FViewName);
+}
 
 void TDLViewInfo::GetTriggers() {
     RefreshTriggers(*FMetadata, FViewName, FTriggers,

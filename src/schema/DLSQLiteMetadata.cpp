@@ -32,7 +32,9 @@ QString SQLName(const QString& Name) {
     return sql;
 }
 
-QString Unquoted(const QString& Name) { return UnQuoteIdentifier(Name); }
+QString Unquoted(const QString& Name) {
+    return UnQuoteIdentifier(Name);
+}
 
 void SplitName(const QString& QualifiedName, QString& DatabaseName, QString& ObjectName) {
     SplitObjectName(QualifiedName, DatabaseName, ObjectName);
@@ -53,7 +55,9 @@ public:
     TRows(const TRows&) = delete;
     TRows& operator=(const TRows&) = delete;
 
-    bool Next() { return FStmt && FDatabase.SQLiteCheck(SQLite3Driver->sqlite3_step(FStmt), FSQL) == SQLITE_ROW; }
+    bool Next() {
+        return FStmt && FDatabase.SQLiteCheck(SQLite3Driver->sqlite3_step(FStmt), FSQL) == SQLITE_ROW;
+    }
     // Null reads as the empty string.
     QString Text(int Column) const {
         if (FDatabase.Unicode()) {
@@ -87,7 +91,9 @@ bool LibraryAtLeast(int Major, int Minor) {
     return major > Major || (major == Major && minor >= Minor);
 }
 
-bool SameText(const QString& A, const char* B) { return A.compare(QLatin1String(B), Qt::CaseInsensitive) == 0; }
+bool SameText(const QString& A, const char* B) {
+    return A.compare(QLatin1String(B), Qt::CaseInsensitive) == 0;
+}
 
 }  // namespace
 
@@ -99,8 +105,8 @@ struct TSQLiteCatalogueObject {
 struct TSQLiteCatalogueSchema {
     QString Name;  // as the connection lists it
     QString FoldedName;
-    std::vector<TSQLiteCatalogueObject> Objects;  // in the catalogue's order
-    std::unordered_map<QString, int> ByName;      // folded name
+    std::vector<TSQLiteCatalogueObject> Objects;            // in the catalogue's order
+    std::unordered_map<QString, int> ByName;                // folded name
     std::unordered_map<QString, std::vector<int>> ByTable;  // folded tbl_name: indexes and triggers
 
     const TSQLiteCatalogueObject* Find(const QString& Name, const char* Type) const {
@@ -182,7 +188,7 @@ struct TSQLiteParsedTable {
     QString KindSQL;  // the kind of table
     QString FieldsSQL;
     std::unordered_map<QString, TSQLFieldRec> Fields;  // by folded name
-    QString ConstraintsSQL[3];  // unique, check, foreign keys
+    QString ConstraintsSQL[3];                         // unique, check, foreign keys
 };
 
 namespace {
@@ -202,13 +208,14 @@ TSQLiteCatalogue ReadCatalogue(TDLSQLiteDatabase& Database) {
         schema.Name = name;
         schema.FoldedName = FoldName(name);
         const QString master = FoldName(name) == u"temp" ? QStringLiteral("sqlite_temp_master")
-                                                          : SQLName(name) + QStringLiteral(".sqlite_master");
+                                                         : SQLName(name) + QStringLiteral(".sqlite_master");
         TRows rows(Database, QStringLiteral("select type, name, tbl_name, sql from ") + master);
         while (rows.Next()) {
             TSQLiteCatalogueObject o{rows.Text(0), rows.Text(1), rows.Text(2), rows.Text(3)};
             const int index = static_cast<int>(schema.Objects.size());
             schema.ByName.emplace(FoldName(o.Name), index);
-            if (o.Type == u"index" || o.Type == u"trigger") schema.ByTable[FoldName(o.TableName)].push_back(index);
+            if (o.Type == u"index" || o.Type == u"trigger")
+                schema.ByTable[FoldName(o.TableName)].push_back(index);
             schema.Objects.push_back(std::move(o));
         }
         catalogue.Schemas.push_back(std::move(schema));
@@ -239,8 +246,8 @@ std::vector<TIndexColumnText> IndexColumnTexts(const QString& SQL) {
         if ((kind == ttComma && level == 0) || i == close) {
             int last = i - 1;
             TIndexColumnText column;
-            if (last >= start && (p.SQLTokens(last)->FSQLToken == stAscending ||
-                                  p.SQLTokens(last)->FSQLToken == stDescending))
+            if (last >= start &&
+                (p.SQLTokens(last)->FSQLToken == stAscending || p.SQLTokens(last)->FSQLToken == stDescending))
                 column.SortOrder = p.SQLTokens(last--)->FValue;
             if (last > start && p.SQLTokens(last)->FSQLToken == stCollateOption &&
                 p.SQLTokens(last - 1)->FSQLToken == stCollate) {
@@ -297,8 +304,10 @@ void TSQLiteIndexInfo::GetIndexFields(QStringList& Fields) {
         // The rowid is the key: its columns are those table_info marks.
         std::vector<std::pair<int, QString>> key;
         for (int i = 0; i < table.FieldCount(); ++i)
-            if (table.Field(i).FPrimaryKey > 0) key.emplace_back(table.Field(i).FPrimaryKey, table.Field(i).FFieldName);
-        std::stable_sort(key.begin(), key.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+            if (table.Field(i).FPrimaryKey > 0)
+                key.emplace_back(table.Field(i).FPrimaryKey, table.Field(i).FFieldName);
+        std::stable_sort(key.begin(), key.end(),
+                         [](const auto& a, const auto& b) { return a.first < b.first; });
         for (const auto& k : key) Fields << k.second;
         return;
     }
@@ -310,7 +319,8 @@ TSQLiteIndexInfo::~TSQLiteIndexInfo() = default;
 
 bool TSQLiteIndexInfo::IndexFieldsCurrent(const QStringList& Fields) {
     const QString& keySQL = (FOptions & ixPrimary) ? FTable->FSQL : QString();
-    if (FReadOptions != FOptions || FReadSQL != FSQL || FReadKeySQL != keySQL || IndexFieldCount() != Fields.size())
+    if (FReadOptions != FOptions || FReadSQL != FSQL || FReadKeySQL != keySQL ||
+        IndexFieldCount() != Fields.size())
         return false;
     for (int i = 0; i < IndexFieldCount(); ++i)
         if (IndexFields(i).FFieldName != Fields[i]) return false;
@@ -384,11 +394,17 @@ TSQLiteTableInfo::TSQLiteTableInfo(TDLSQLiteMetadata* Metadata, const QString& T
 
 TSQLiteTableInfo::~TSQLiteTableInfo() = default;
 
-TDLSQLiteMetadata& TSQLiteTableInfo::Metadata() const { return static_cast<TDLSQLiteMetadata&>(*FMetadata); }
+TDLSQLiteMetadata& TSQLiteTableInfo::Metadata() const {
+    return static_cast<TDLSQLiteMetadata&>(*FMetadata);
+}
 
-std::unique_ptr<TBaseFieldInfo> TSQLiteTableInfo::CreateFieldInfo() { return std::make_unique<TSQLiteFieldInfo>(); }
+std::unique_ptr<TBaseFieldInfo> TSQLiteTableInfo::CreateFieldInfo() {
+    return std::make_unique<TSQLiteFieldInfo>();
+}
 
-std::unique_ptr<TBaseIndexInfo> TSQLiteTableInfo::CreateIndexInfo() { return std::make_unique<TSQLiteIndexInfo>(this); }
+std::unique_ptr<TBaseIndexInfo> TSQLiteTableInfo::CreateIndexInfo() {
+    return std::make_unique<TSQLiteIndexInfo>(this);
+}
 
 void TSQLiteTableInfo::RefreshSchema() {
     // A table refreshed by itself reads the catalogue for itself; within a
@@ -449,6 +465,7 @@ void TSQLiteTableInfo::GetFields() {
         if (parts == catalogue.TypeParts.end()) {
             std::array<QString, 3> p;
             db.SQLStrToDataType(field->FFullSQLType, p[0], p[1], p[2]);
+            for (QString& part : p) part = part.trimmed();  // "NUMERIC(10, 2)" gives " 2"
             parts = catalogue.TypeParts.emplace(field->FFullSQLType, p).first;
         }
         field->FSQLType = parts->second[0];
@@ -496,8 +513,9 @@ void TSQLiteTableInfo::GetIndexes() {
             const QString name = rows.Text(nameColumn);
             // Engines before 3.8.9 do not tell which index stems from the
             // key; the first automatic one is the best guess there.
-            const bool isKey = originColumn >= 0 ? rows.Text(originColumn) == u"pk"
-                                                 : !integerKey && name.startsWith(QLatin1String("sqlite_autoindex_"));
+            const bool isKey = originColumn >= 0
+                                   ? rows.Text(originColumn) == u"pk"
+                                   : !integerKey && name.startsWith(QLatin1String("sqlite_autoindex_"));
             if (!key.isEmpty() && isKey && !keyIndexFound) {
                 keyIndex = name;
                 keyIndexFound = true;
@@ -506,12 +524,13 @@ void TSQLiteTableInfo::GetIndexes() {
             recs.push_back({name, rows.Int(uniqueColumn) ? int(ixUnique) : 0});
         }
     }
-    std::stable_sort(recs.begin(), recs.end(),
-                     [](const TRec& a, const TRec& b) { return a.Name.compare(b.Name, Qt::CaseInsensitive) < 0; });
+    std::stable_sort(recs.begin(), recs.end(), [](const TRec& a, const TRec& b) {
+        return a.Name.compare(b.Name, Qt::CaseInsensitive) < 0;
+    });
     if (!key.isEmpty()) recs.insert(recs.begin(), {keyIndex, ixPrimary | ixUnique});
     for (const TRec& rec : recs) {
-        std::unique_ptr<TBaseIndexInfo> index =
-            TakeItem(old, FIndexes.size(), [&rec](const TBaseIndexInfo& i) { return i.FIndexName == rec.Name; });
+        std::unique_ptr<TBaseIndexInfo> index = TakeItem(
+            old, FIndexes.size(), [&rec](const TBaseIndexInfo& i) { return i.FIndexName == rec.Name; });
         if (!index) index = CreateIndexInfo();
         index->FIndexName = rec.Name;
         index->FOptions = rec.Options;
@@ -591,7 +610,9 @@ void TSQLiteTableInfo::GetReferences() {
 TSQLiteViewInfo::TSQLiteViewInfo(TDLSQLiteMetadata* Metadata, const QString& ViewName)
     : TDLViewInfo(Metadata, ViewName) {}
 
-TDLSQLiteMetadata& TSQLiteViewInfo::Metadata() const { return static_cast<TDLSQLiteMetadata&>(*FMetadata); }
+TDLSQLiteMetadata& TSQLiteViewInfo::Metadata() const {
+    return static_cast<TDLSQLiteMetadata&>(*FMetadata);
+}
 
 void TSQLiteViewInfo::RefreshSchema() {
     TDLSQLiteMetadata::TCatalogueScope scope(Metadata());
@@ -609,7 +630,10 @@ void TSQLiteViewInfo::GetFields() {
         if (!field) field = CreateFieldInfo();
         field->FFieldName = name;
         field->FFullSQLType = rows.Text(2);
-        Connection(Metadata()).SQLStrToDataType(field->FFullSQLType, field->FSQLType, field->FSize, field->FPrecision);
+        Connection(Metadata())
+            .SQLStrToDataType(field->FFullSQLType, field->FSQLType, field->FSize, field->FPrecision);
+        field->FSize = field->FSize.trimmed();
+        field->FPrecision = field->FPrecision.trimmed();
         field->FNotNull = rows.Int(3) != 0;
         field->FDefaultValue = rows.Text(4);
         FFields.push_back(std::move(field));
@@ -638,7 +662,8 @@ void TSQLiteViewInfo::GetReferences() {
     for (const QString& n : names) {
         TMetadataBaseItem* item = FMetadata->FindTable(n);
         if (!item) item = FMetadata->FindView(n);
-        if (item && item != this && std::find(FReferences.begin(), FReferences.end(), item) == FReferences.end())
+        if (item && item != this &&
+            std::find(FReferences.begin(), FReferences.end(), item) == FReferences.end())
             FReferences.push_back(item);
     }
 }
@@ -650,9 +675,13 @@ TDLSQLiteMetadata::TDLSQLiteMetadata(TDLSQLiteDatabase* Database) : TDLMetadata(
 
 TDLSQLiteMetadata::~TDLSQLiteMetadata() = default;
 
-TDLSQLiteDatabase* TDLSQLiteMetadata::SQLiteDatabase() const { return static_cast<TDLSQLiteDatabase*>(Database()); }
+TDLSQLiteDatabase* TDLSQLiteMetadata::SQLiteDatabase() const {
+    return static_cast<TDLSQLiteDatabase*>(Database());
+}
 
-void TDLSQLiteMetadata::SetDatabase(TDLSQLiteDatabase* Database) { TDLMetadata::SetDatabase(Database); }
+void TDLSQLiteMetadata::SetDatabase(TDLSQLiteDatabase* Database) {
+    TDLMetadata::SetDatabase(Database);
+}
 
 TSQLiteTableInfo* TDLSQLiteMetadata::FindSQLiteTable(const QString& Name) const {
     return static_cast<TSQLiteTableInfo*>(FindTable(Name));
@@ -670,7 +699,9 @@ TDLSQLiteMetadata::TCatalogueScope::~TCatalogueScope() {
     if (--FMetadata.FCatalogueDepth == 0) FMetadata.FCatalogue.reset();
 }
 
-TSQLiteCatalogue& TDLSQLiteMetadata::Catalogue() { return *FCatalogue; }
+TSQLiteCatalogue& TDLSQLiteMetadata::Catalogue() {
+    return *FCatalogue;
+}
 
 void TDLSQLiteMetadata::RefreshSchema() {
     TCatalogueScope scope(*this);
@@ -710,7 +741,8 @@ void TDLSQLiteMetadata::MarkShadowTables() {
         QString db, name;
         SplitName(t.FTableName, db, name);
         for (const char* suffix : suffixes)
-            if (TSQLiteTableInfo* shadow = FindSQLiteTable(QuoteObjectIfNeeded(db, name + QLatin1String(suffix))))
+            if (TSQLiteTableInfo* shadow =
+                    FindSQLiteTable(QuoteObjectIfNeeded(db, name + QLatin1String(suffix))))
                 shadow->FIsShadow = true;
     }
 }
@@ -763,12 +795,13 @@ QString TDLSQLiteMetadata::GetIndexDDL(const QString& TableName, const QString& 
     return o ? o->SQL : QString();
 }
 
-QString TDLSQLiteMetadata::GetTriggerDDL(const QString& OwnerName, const QString& TriggerName, bool IsTemporary) {
+QString TDLSQLiteMetadata::GetTriggerDDL(const QString& OwnerName, const QString& TriggerName,
+                                         bool IsTemporary) {
     TCatalogueScope scope(*this);
     QString db, name;
     SplitName(OwnerName, db, name);
-    const TSQLiteCatalogueObject* o =
-        FCatalogue->Find(QuoteObjectIfNeeded(IsTemporary ? QStringLiteral("temp") : db, TriggerName), "trigger");
+    const TSQLiteCatalogueObject* o = FCatalogue->Find(
+        QuoteObjectIfNeeded(IsTemporary ? QStringLiteral("temp") : db, TriggerName), "trigger");
     return o ? o->SQL : QString();
 }
 
@@ -783,7 +816,8 @@ void TDLSQLiteMetadata::GetTriggerNames(const QString& OwnerName, QStringList& L
     const auto it = s->ByTable.find(FoldName(name));
     if (it == s->ByTable.end()) return;
     for (int i : it->second)
-        if (s->Objects[static_cast<size_t>(i)].Type == u"trigger") List << s->Objects[static_cast<size_t>(i)].Name;
+        if (s->Objects[static_cast<size_t>(i)].Type == u"trigger")
+            List << s->Objects[static_cast<size_t>(i)].Name;
 }
 
 void TDLSQLiteMetadata::GetTemporaryTriggerNames(const QString& OwnerName, QStringList& List) {
