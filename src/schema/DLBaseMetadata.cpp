@@ -5,6 +5,7 @@
 #include "engine/Exceptions.h"
 
 #include <algorithm>
+#include <unordered_set>
 
 namespace brindle {
 
@@ -228,7 +229,13 @@ TBaseMetadata::TBaseMetadata() = default;
 TBaseMetadata::~TBaseMetadata() = default;
 
 void TBaseMetadata::Refresh() {
-    RefreshSchema();
+    try {
+        RefreshSchema();
+    } catch (const ECustomException&) {
+        // What could be read is there; its links must hold all the same.
+        RefreshReferences();
+        throw;
+    }
     RefreshReferences();
 }
 
@@ -253,6 +260,16 @@ void TBaseMetadata::RefreshSchema() {
 void TBaseMetadata::RefreshReferences() {
     for (const auto& t : FTables) t->GetReferences();
     for (const auto& v : FViews) v->GetReferences();
+}
+
+void TBaseMetadata::ForgetItems(const std::vector<TMetadataBaseItem*>& Items) {
+    if (Items.empty()) return;
+    const std::unordered_set<TMetadataBaseItem*> gone(Items.begin(), Items.end());
+    auto forget = [&gone](TMetadataBaseItem& item) {
+        std::erase_if(item.FReferences, [&gone](TMetadataBaseItem* r) { return gone.count(r) > 0; });
+    };
+    for (const auto& t : FTables) forget(*t);
+    for (const auto& v : FViews) forget(*v);
 }
 
 void TBaseMetadata::BuildIndex() const {

@@ -334,11 +334,35 @@ public:
     virtual bool IsTemporaryTable(const QString& TableName) const;
     virtual bool IsTemporaryView(const QString& ViewName) const;
 
+    // A walk over FTables or FViews runs: the lists are being rebuilt.
+    bool RefreshingList() const { return FRefreshingList; }
+
 protected:
     virtual std::unique_ptr<TBaseTableInfo> CreateTableInfo(const QString& TableName) = 0;
     virtual std::unique_ptr<TBaseViewInfo> CreateViewInfo(const QString& ViewName) = 0;
     // Lookups are hashed; whoever changes FTables or FViews calls this.
     void ListsChanged() { FIndexValid = false; }
+    // Removes the items from every item's references, before they go.
+    void ForgetItems(const std::vector<TMetadataBaseItem*>& Items);
+
+    // For the time of a walk over a list: marks it, and makes lookups see
+    // the list as it is afterwards.
+    class TListRefresh {
+    public:
+        explicit TListRefresh(TBaseMetadata& Metadata) : FMetadata(Metadata) {
+            FMetadata.FRefreshingList = true;
+            FMetadata.ListsChanged();
+        }
+        ~TListRefresh() {
+            FMetadata.FRefreshingList = false;
+            FMetadata.ListsChanged();
+        }
+        TListRefresh(const TListRefresh&) = delete;
+        TListRefresh& operator=(const TListRefresh&) = delete;
+
+    private:
+        TBaseMetadata& FMetadata;
+    };
 
     std::vector<std::unique_ptr<TBaseTableInfo>> FTables;
     std::vector<std::unique_ptr<TBaseViewInfo>> FViews;
@@ -348,6 +372,7 @@ private:
     TMetadataBaseItem* Lookup(const std::unordered_map<QString, TMetadataBaseItem*>& Map,
                               const QString& Name) const;
 
+    bool FRefreshingList = false;
     mutable bool FIndexValid = false;
     mutable std::unordered_map<QString, TMetadataBaseItem*> FTableIndex, FViewIndex;
     mutable QStringList FDatabaseOrder;  // databases in the order unqualified names resolve

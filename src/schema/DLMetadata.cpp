@@ -11,9 +11,13 @@ namespace {
 
 // The refresh walk over one of the two lists. Items and names are matched
 // by their exact spelling: a name that now differs only in case belongs to
-// a new object, which the tree must see as one.
+// a new object, which the tree must see as one. Returns the items that are
+// gone, for the caller to forget before they are destroyed, and collects
+// the failures of single items.
 template <typename TItem, typename TCreate>
-void RefreshList(std::vector<std::unique_ptr<TItem>>& Items, const QStringList& Names, TCreate Create) {
+std::vector<std::unique_ptr<TItem>> RefreshList(std::vector<std::unique_ptr<TItem>>& Items,
+                                                const QStringList& Names, TCreate Create,
+                                                QStringList& Errors) {
     std::unordered_map<QString, std::unique_ptr<TItem>> kept;
     kept.reserve(Items.size());
     for (auto& item : Items) {
@@ -22,7 +26,6 @@ void RefreshList(std::vector<std::unique_ptr<TItem>>& Items, const QStringList& 
     }
     Items.clear();
     Items.reserve(static_cast<size_t>(Names.size()));
-    QStringList errors;
     for (const QString& name : Names) {
         const auto it = kept.find(name);
         if (it != kept.end() && it->second) {
@@ -33,10 +36,20 @@ void RefreshList(std::vector<std::unique_ptr<TItem>>& Items, const QStringList& 
         try {
             Items.back()->RefreshSchema();
         } catch (const ECustomException& e) {
-            errors << e.message().trimmed();
+            Errors << e.message().trimmed();
         }
     }
-    if (!errors.isEmpty()) throw ECustomException(errors.join(QStringLiteral("\r\n")));
+    std::vector<std::unique_ptr<TItem>> gone;
+    for (auto& [name, item] : kept)
+        if (item) gone.push_back(std::move(item));
+    return gone;
+}
+
+template <typename TItem>
+std::vector<TMetadataBaseItem*> Pointers(const std::vector<std::unique_ptr<TItem>>& Items) {
+    std::vector<TMetadataBaseItem*> pointers;
+    for (const auto& item : Items) pointers.push_back(item.get());
+    return pointers;
 }
 
 }  // namespace
@@ -70,25 +83,31 @@ void TDLMetadata::Disconnect() {
 void TDLMetadata::RefreshTables() {
     QStringList names;
     GetTableNames(names, FIncludeSystemTables);
-    ListsChanged();
-    // Lookups during the walk (references, temporary triggers) must see the
-    // list as it grows, so the index is rebuilt afterwards as well.
-    struct TDone {
-        TDLMetadata* Self;
-        ~TDone() { Self->ListsChanged(); }
-    } done{this};
-    RefreshList(FTables, names, [this](const QString& name) { return CreateTableInfo(name); });
+    QStringList errors;
+    std::vector<std::unique_ptr<TBaseTableInfo>> gone;
+    {
+        TListRefresh refresh(*this);
+        gone = RefreshList(
+            FTables, names, [this](const QString& name) { return CreateTableInfo(name); }, errors);
+    }
+    ForgetItems(Pointers(gone));
+    for (const auto& t : FTables) t->GetReferences();
+    if (!errors.isEmpty()) throw ECustomException(errors.join(QStringLiteral("\r\n")));
 }
 
 void TDLMetadata::RefreshViews() {
     QStringList names;
     GetViewNames(names);
-    ListsChanged();
-    struct TDone {
-        TDLMetadata* Self;
-        ~TDone() { Self->ListsChanged(); }
-    } done{this};
-    RefreshList(FViews, names, [this](const QString& name) { return CreateViewInfo(name); });
+    QStringList errors;
+    std::vector<std::unique_ptr<TBaseViewInfo>> gone;
+    {
+        TListRefresh refresh(*this);
+        gone = RefreshList(
+            FViews, names, [this](const QString& name) { return CreateViewInfo(name); }, errors);
+    }
+    ForgetItems(Pointers(gone));
+    for (const auto& v : FViews) v->GetReferences();
+    if (!errors.isEmpty()) throw ECustomException(errors.join(QStringLiteral("\r\n")));
 }
 
 void TDLMetadata::SetRecordCounter(TRecordCounter Counter) {
@@ -165,7 +184,9 @@ void TDLTableInfo::InternalRefreshSchema() {
     GetUniqueConstraints();
     GetCheckConstraints();
     GetForeignKeys();
-    GetReferences();
+    // In a walk over the whole list the other items are not all read yet;
+    // the walk finds the references at its end.
+    if (!FMetadata->RefreshingList()) GetReferences();
 }
 
 void TDLTableInfo::RefreshDDL() {
@@ -209,7 +230,7 @@ void TDLViewInfo::InternalRefreshSchema() {
     RefreshDDL();
     GetFields();
     GetTriggers();
-    GetReferences();
+    if (!FMetadata->RefreshingList()) GetReferences();
 }
 
 void TDLViewInfo::RefreshDDL() {

@@ -55,6 +55,7 @@ CREATE INDEX child_expr ON child (lower(code), pa + 1 DESC);
 CREATE UNIQUE INDEX "odd idx" ON "odd name" ("a col");
 CREATE VIEW v_child AS SELECT c.id, c.code, p.note FROM child c JOIN parent p ON p.a = c.pa;
 CREATE VIEW v_top AS SELECT id, code FROM v_child WHERE id < 10;
+CREATE VIEW v_cyc AS SELECT id FROM cyc_a;
 CREATE TRIGGER child_ins AFTER INSERT ON child BEGIN INSERT INTO log (msg) VALUES ('child ' || new.id); END;
 CREATE TRIGGER child_upd BEFORE UPDATE OF code ON child WHEN new.code IS NULL
 BEGIN SELECT RAISE(ABORT, 'no code'); END;
@@ -465,7 +466,12 @@ TEST_F(Metadata, RefreshSeesAnotherConnectionsChangeAndKeepsWhatStayed) {
             "drop index child_partial; create index child_partial on child (pb) where pb is not null;"
             "alter table cyc_a rename to cyc_x; alter table cyc_x rename to CYC_A;"));
     }
+    // The tables alone: a view keeps no link to a table that went.
+    md.RefreshTables();
+    TBaseViewInfo* vCyc = md.FindView(QStringLiteral("v_cyc"));
+    EXPECT_EQ(std::count(vCyc->FReferences.begin(), vCyc->FReferences.end(), cycA), 0);
     md.Refresh();
+    EXPECT_EQ(vCyc->FReferences, std::vector<TMetadataBaseItem*>{md.FindTable(QStringLiteral("CYC_A"))});
     EXPECT_EQ(md.FindTable(QStringLiteral("parent")), parent);
     ASSERT_TRUE(parent->FindField(QStringLiteral("extra")));
     EXPECT_EQ(parent->FindField(QStringLiteral("extra"))->FDefaultValue, QStringLiteral("7"));
@@ -483,6 +489,12 @@ TEST_F(Metadata, RefreshSeesAnotherConnectionsChangeAndKeepsWhatStayed) {
     EXPECT_EQ(md.FindTable(QStringLiteral("main.CYC_A"))->GetName(), QStringLiteral("main.CYC_A"));
     EXPECT_NE(md.FindTable(QStringLiteral("main.CYC_A")), cycA);
     ExpectAgreesWithPragmas(*db, md);
+
+    EXPECT_FALSE(md.FindTable(QStringLiteral("sqlite_sequence")));
+    md.FIncludeSystemTables = true;
+    md.Refresh();
+    ASSERT_TRUE(md.FindTable(QStringLiteral("sqlite_sequence")));
+    EXPECT_EQ(md.FindTable(QStringLiteral("sqlite_sequence"))->FieldCount(), 2);
 }
 
 TEST_F(Metadata, OneUnreadableTableDoesNotStopTheRest) {
