@@ -223,8 +223,8 @@ TSQLiteCatalogue ReadCatalogue(TDLSQLiteDatabase& Database) {
     return catalogue;
 }
 
-// The verbatim text of each column of a CREATE INDEX, split at the commas
-// of its column list, with the token range of each.
+// Each column of a CREATE INDEX as written, split at the commas of its
+// column list, with its COLLATE and ASC/DESC words taken apart.
 struct TIndexColumnText {
     QString Expression;  // without COLLATE and ASC/DESC
     QString Collate;
