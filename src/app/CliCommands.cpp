@@ -2,9 +2,12 @@
 
 #include "data/DLDataSet.h"
 #include "engine/DLObjectNames.h"
+#include "engine/DLQuoteTools.h"
 #include "engine/DLSQLite3API.h"
 #include "engine/DLSQLiteDatabase.h"
 #include "engine/Exceptions.h"
+#include "schema/DLSQLiteMetadata.h"
+#include "schema/DLSQLiteParser.h"
 #include "schema/DLSchemaReader.h"
 
 #include <QFileInfo>
@@ -12,6 +15,7 @@
 #include <csignal>
 #include <functional>
 #include <map>
+#include <utility>
 
 namespace brindle::cli {
 
@@ -32,6 +36,11 @@ const char* const kUsage =
     "  schema FILE [OBJECT]\n"
     "                 the CREATE statements of every object (or of the one named)\n"
     "                 as the program writes them: tables, indexes, views, triggers\n"
+    "  tree FILE      the metadata tree: tables, virtual tables, shadow tables and\n"
+    "                 views of every database, each table with its record count,\n"
+    "                 columns, indexes, triggers, checks, foreign keys and the keys\n"
+    "                 that refer to it, each view with its columns, triggers and\n"
+    "                 the objects it depends on\n"
     "  query FILE SQL the rows of the text's last SELECT as CSV; Ctrl+C stops the run\n";
 
 QString yesNo(bool v) { return v ? QStringLiteral("yes") : QStringLiteral("no"); }
@@ -111,6 +120,189 @@ void cmdSchema(const Options& o, QTextStream& out) {
     TDLSQLiteDatabase db;
     openDatabase(db, o, o.positional.value(1));
     out << forTerminal(GetSchemaScript(db, o.positional.value(2)));
+}
+
+// Texts kept verbatim (checks, module arguments, where clauses) may span
+// lines; a tree line holds them on one.
+QString oneLine(const QString& s) { return s.simplified(); }
+
+QString bareName(const QString& qualified) { return UnQuoteIdentifier(ExtractObjectName(qualified)); }
+
+QString databaseOf(const QString& qualified) {
+    QString database, name;
+    ParseObject(qualified, database, name);
+    return UnQuoteIdentifier(database);
+}
+
+QString columnLine(const TSQLiteTableInfo& t, const TSQLiteFieldInfo& f) {
+    QString line = f.FFieldName;
+    if (!f.FFullSQLType.isEmpty()) line += u' ' + f.FFullSQLType;
+    if (f.FPrimaryKey > 0) {
+        int keyColumns = 0;
+        for (int i = 0; i < t.FieldCount(); ++i) keyColumns += t.Field(i).FPrimaryKey > 0;
+        line += keyColumns == 1 ? QStringLiteral(" PRIMARY KEY")
+                                : QStringLiteral(" PRIMARY KEY (%1 of %2)").arg(f.FPrimaryKey).arg(keyColumns);
+        if (const auto* key = static_cast<const TSQLiteIndexInfo*>(t.PrimaryKey()))
+            for (int i = 0; i < key->IndexFieldCount(); ++i)
+                if (key->Field(i).FFieldName == f.FFieldName && key->Field(i).FAutoincrement)
+                    line += QStringLiteral(" AUTOINCREMENT");
+    }
+    if (f.FNotNull) line += QStringLiteral(" NOT NULL");
+    if (!f.FCollate.isEmpty()) line += QStringLiteral(" COLLATE ") + f.FCollate;
+    if (!f.FDefaultValue.isEmpty()) line += QStringLiteral(" DEFAULT ") + f.FDefaultValue;
+    if (f.FGenerated) line += QStringLiteral(" GENERATED");
+    return line;
+}
+
+QString indexLine(const TSQLiteIndexInfo& ix) {
+    QString line = ix.FIndexName.isEmpty() ? QStringLiteral("(rowid)") : ix.FIndexName;
+    if (ix.FOptions & ixPrimary)
+        line += QStringLiteral(" PRIMARY KEY");
+    else if (ix.FOptions & ixUnique)
+        line += QStringLiteral(" UNIQUE");
+    QStringList columns;
+    for (int i = 0; i < ix.IndexFieldCount(); ++i) {
+        const TSQLiteIndexFieldInfo& f = ix.Field(i);
+        QString c = f.FFieldName.isEmpty() ? oneLine(f.FExpression) : f.FFieldName;
+        if (!f.FCollate.isEmpty()) c += QStringLiteral(" COLLATE ") + f.FCollate;
+        if (!f.FSortOrder.isEmpty()) c += u' ' + f.FSortOrder.toUpper();
+        columns << c;
+    }
+    line += QStringLiteral(" (") + columns.join(QStringLiteral(", ")) + u')';
+    if (!ix.FConflictClause.isEmpty()) line += QStringLiteral(" ON CONFLICT ") + ix.FConflictClause;
+    if (!ix.FWhereClause.isEmpty()) line += QStringLiteral(" WHERE ") + oneLine(ix.FWhereClause);
+    return line;
+}
+
+QString triggerLine(const TBaseTriggerInfo& tr) {
+    const TTriggerRec rec = GetTriggerRec(tr.FSQL);
+    QString line = tr.FTriggerName;
+    if (tr.FIsTemporary) line += QStringLiteral(" TEMPORARY");
+    if (!rec.WhenClause.isEmpty()) line += u' ' + rec.WhenClause.toUpper();
+    if (!rec.DatabaseEvent.isEmpty()) line += u' ' + rec.DatabaseEvent.toUpper();
+    if (!rec.Fields.isEmpty()) line += u' ' + rec.Fields.join(QStringLiteral(", "));
+    return line;
+}
+
+QString foreignKeyLine(const TBaseForeignKeyInfo& k) {
+    QString line;
+    if (!k.FConstraintName.isEmpty()) line += QStringLiteral("CONSTRAINT ") + k.FConstraintName + u' ';
+    line += u'(' + k.FChildKey.join(QStringLiteral(", ")) + QStringLiteral(") REFERENCES ") + k.FParentTableName;
+    if (!k.FParentKey.isEmpty()) line += QStringLiteral(" (") + k.FParentKey.join(QStringLiteral(", ")) + u')';
+    if (!k.FOnDeleteAction.isEmpty()) line += QStringLiteral(" ON DELETE ") + k.FOnDeleteAction.toUpper();
+    if (!k.FOnUpdateAction.isEmpty()) line += QStringLiteral(" ON UPDATE ") + k.FOnUpdateAction.toUpper();
+    if (!k.FMatchName.isEmpty()) line += QStringLiteral(" MATCH ") + k.FMatchName;
+    if (!k.FDeferrable.isEmpty()) line += u' ' + k.FDeferrable.toUpper();
+    if (!k.FDeferrable.isEmpty() && !k.FInitially.isEmpty()) line += u' ' + k.FInitially.toUpper();
+    return line;
+}
+
+// A group line and its entries, nothing when there are none.
+void printGroup(QTextStream& out, int depth, const char* title, const QStringList& lines) {
+    if (lines.isEmpty()) return;
+    const QString indent(depth * 2, u' ');
+    out << indent << title << '\n';
+    for (const QString& l : lines) out << indent << "  " << l << '\n';
+}
+
+// The name as the object tree shows it: with the record count when there is one.
+QString nodeText(const TMetadataBaseItem& item) {
+    QString text = bareName(item.GetName());
+    if (item.FRecordCount) text += QStringLiteral(" (%1)").arg(*item.FRecordCount);
+    return text;
+}
+
+void printTable(QTextStream& out, const TDLSQLiteMetadata& md, const TSQLiteTableInfo& t) {
+    out << "    " << nodeText(t);
+    if (t.FIsVirtual) out << " USING " << t.FModuleName;
+    if (t.FIsVirtual && !t.FModuleArguments.trimmed().isEmpty()) out << " (" << oneLine(t.FModuleArguments) << ')';
+    if (t.FIsWithoutRowID) out << " WITHOUT ROWID";
+    out << '\n';
+    QStringList lines;
+    for (int i = 0; i < t.FieldCount(); ++i) lines << columnLine(t, t.Field(i));
+    printGroup(out, 3, "columns", lines);
+    lines.clear();
+    for (int i = 0; i < t.IndexCount(); ++i) lines << indexLine(t.Index(i));
+    printGroup(out, 3, "indexes", lines);
+    lines.clear();
+    for (int i = 0; i < t.TriggerCount(); ++i) lines << triggerLine(t.Triggers(i));
+    printGroup(out, 3, "triggers", lines);
+    lines.clear();
+    for (int i = 0; i < t.CheckConstraintCount(); ++i) {
+        const TBaseCheckConstraintInfo& c = t.CheckConstraints(i);
+        lines << (c.FConstraintName.isEmpty() ? QString() : QStringLiteral("CONSTRAINT ") + c.FConstraintName + u' ') +
+                     QStringLiteral("CHECK (") + oneLine(c.FExpression) + u')';
+    }
+    printGroup(out, 3, "checks", lines);
+    lines.clear();
+    for (int i = 0; i < t.ForeignKeyCount(); ++i) lines << foreignKeyLine(t.ForeignKeys(i));
+    printGroup(out, 3, "foreign keys", lines);
+    lines.clear();
+    std::vector<TBaseForeignKeyInfo*> referring;
+    md.GetReferences(t, QString(), referring);
+    for (const TBaseForeignKeyInfo* k : referring)
+        lines << bareName(k->FChildTableName) + QStringLiteral(" (") + k->FChildKey.join(QStringLiteral(", ")) + u')';
+    printGroup(out, 3, "referenced by", lines);
+}
+
+void printView(QTextStream& out, const TBaseViewInfo& v) {
+    out << "    " << nodeText(v) << '\n';
+    QStringList lines;
+    for (int i = 0; i < v.FieldCount(); ++i)
+        lines << (v.Fields(i).FFullSQLType.isEmpty() ? v.Fields(i).FFieldName
+                                                     : v.Fields(i).FFieldName + u' ' + v.Fields(i).FFullSQLType);
+    printGroup(out, 3, "columns", lines);
+    lines.clear();
+    for (int i = 0; i < v.TriggerCount(); ++i) lines << triggerLine(v.Triggers(i));
+    printGroup(out, 3, "triggers", lines);
+    lines.clear();
+    for (const TMetadataBaseItem* r : v.FReferences)
+        lines << (databaseOf(r->GetName()) == databaseOf(v.FViewName) ? bareName(r->GetName()) : r->GetName());
+    lines.sort(Qt::CaseInsensitive);
+    printGroup(out, 3, "depends on", lines);
+}
+
+void cmdTree(const Options& o, QTextStream& out) {
+    loadLibrary(o);
+    TDLSQLiteDatabase db;
+    openDatabase(db, o, o.positional.value(1));
+    TDLSQLiteMetadata md(&db);
+    // A table that cannot be read (a module that is not loaded) keeps its
+    // place in the tree; the message follows the tree.
+    QString failure;
+    try {
+        md.Refresh();
+    } catch (const ECustomException& e) {
+        failure = e.message();
+    }
+    for (int i = 0; i < md.TableCount(); ++i) md.UpdateRecordCount(md.Tables(i));
+
+    QStringList databases;
+    for (int i = 0; i < md.TableCount(); ++i) databases << databaseOf(md.Tables(i).FTableName);
+    for (int i = 0; i < md.ViewCount(); ++i) databases << databaseOf(md.Views(i).FViewName);
+    databases.removeDuplicates();
+    for (const QString& database : databases) {
+        out << database << '\n';
+        auto inDatabase = [&database](const QString& name) { return databaseOf(name) == database; };
+        const std::pair<const char*, TTreeNodeType> groups[] = {
+            {"tables", ntTable}, {"virtual tables", ntVirtualTable}, {"shadow tables", ntShadowTable}};
+        for (const auto& [title, type] : groups) {
+            bool first = true;
+            for (int i = 0; i < md.TableCount(); ++i) {
+                const TSQLiteTableInfo& t = md.SQLiteTables(i);
+                if (!inDatabase(t.FTableName) || GetNodeType(&t) != type) continue;
+                if (std::exchange(first, false)) out << "  " << title << '\n';
+                printTable(out, md, t);
+            }
+        }
+        bool first = true;
+        for (int i = 0; i < md.ViewCount(); ++i) {
+            if (!inDatabase(md.Views(i).FViewName)) continue;
+            if (std::exchange(first, false)) out << "  views\n";
+            printView(out, md.Views(i));
+        }
+    }
+    if (!failure.isEmpty()) throw ECustomException(failure);
 }
 
 // A field of CSV: quoted when it holds a separator, a quote, a line break
@@ -218,6 +410,7 @@ int Run(const QStringList& args, QTextStream& out, QTextStream& err) {
         {QStringLiteral("objects"), {2, 2, cmdObjects}},
         {QStringLiteral("schema"), {2, 3, cmdSchema}},
         {QStringLiteral("query"), {3, 3, cmdQuery}},
+        {QStringLiteral("tree"), {2, 2, cmdTree}},
     };
     const auto it = commands.find(o.positional.value(0));
     if (it == commands.end() || o.positional.size() < it->second.MinArgs || o.positional.size() > it->second.MaxArgs) {

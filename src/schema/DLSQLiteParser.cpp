@@ -243,6 +243,7 @@ std::unique_ptr<TToken> TSQLParser::CreateToken() {
 void TSQLParser::UnInitialize() {
     TTokenizer::UnInitialize();
     FSQLCommand = stUnknown;
+    DropTableItems();
 }
 
 void TSQLParser::InternalGetTokens() {
@@ -732,6 +733,7 @@ TSQLParser& GetParser(const QString& SQL) {
     struct TCache {
         std::vector<std::unique_ptr<TSQLParser>> Parsers;
         size_t Next = 0;
+        size_t Last = 0;  // the slot handed out last: callers ask one text several questions in a row
     };
     constexpr size_t Size = 64;
     // Tokens take many times the memory of their text. Beyond this much text
@@ -742,15 +744,20 @@ TSQLParser& GetParser(const QString& SQL) {
     thread_local TCache cache;
 
     TSQLParser* parser = nullptr;
-    for (const auto& p : cache.Parsers) {
-        if (p->Text() == SQL) {
-            parser = p.get();
-            break;
+    if (cache.Last < cache.Parsers.size() && cache.Parsers[cache.Last]->Text() == SQL) {
+        parser = cache.Parsers[cache.Last].get();
+    } else {
+        for (size_t i = 0; i < cache.Parsers.size() && !parser; ++i) {
+            if (cache.Parsers[i]->Text() == SQL) {
+                parser = cache.Parsers[i].get();
+                cache.Last = i;
+            }
         }
     }
     if (!parser) {
         if (cache.Parsers.size() < Size) cache.Parsers.push_back(std::make_unique<TSQLParser>());
         cache.Next = (cache.Next + 1) % cache.Parsers.size();
+        cache.Last = cache.Next;
         parser = cache.Parsers[cache.Next].get();
         parser->SetText(SQL);
     }

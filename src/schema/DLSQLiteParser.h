@@ -14,6 +14,7 @@
 #include <array>
 #include <cstdint>
 #include <initializer_list>
+#include <utility>
 #include <vector>
 
 namespace brindle {
@@ -131,8 +132,13 @@ struct TUnsupportedClause {
     QString Clause;
 };
 
+struct TTableItems;
+
 class TSQLParser : public TTokenizer {
 public:
+    TSQLParser();
+    ~TSQLParser() override;
+
     // The statement kind: the first word of SQLCommands in the text.
     TSQLTokenType SQLCommand();
     TSQLToken* SQLTokens(int Index) { return static_cast<TSQLToken*>(GetTokens(Index)); }
@@ -170,6 +176,9 @@ public:
     std::vector<TCheckConstraintRec> GetCheckConstraints();
     std::vector<TForeignKeyRec> GetForeignKeys();
     TSQLFieldRec GetSQLFieldInfo(const QString& FieldName);
+    // The same for every column, in the text's order, from one walk: asking
+    // column by column walks the whole text each time.
+    std::vector<std::pair<QString, TSQLFieldRec>> GetSQLFieldInfos();
     // CREATE TABLE and CREATE VIEW: what the definitions would drop (table
     // options other than WITHOUT ROWID, generated columns, ordered or collated
     // UNIQUE columns, a view's column list).
@@ -206,6 +215,12 @@ public:
     int IndexOf(const TSQLTokenTypes& Roles, int From = 0);
     int LastIndexOf(TSQLTokenType Role);
     int IndexOfInSection(TSQLTokenType Role, TSQLTokenType Section, int From = 0);
+    // The body of a CREATE TABLE cut into its columns and constraints, for
+    // the table readers: made on their first question and kept with the
+    // tokens, since a table's text is asked about its key, constraints and
+    // columns in turn, and cutting it anew each time costs more than the
+    // answers.
+    const TTableItems& TableItems();
     // The ")" that closes the "(" at OpenIndex.
     int ClosingParen(int OpenIndex);
     // Verbatim source text, comments included: from the start of token First
@@ -228,8 +243,10 @@ private:
     // Replaces the token's characters in a copy of the text.
     QString ReplaceToken(int Index, const QString& Value);
     TSQLTokenType Role(int Index) { return SQLTokens(Index)->FSQLToken; }
+    void DropTableItems();
 
     TSQLTokenType FSQLCommand = stUnknown;
+    std::unique_ptr<TTableItems> FTableItems;
 };
 
 // A parser holding the text, labelled on the first question. Each thread

@@ -16,6 +16,19 @@
 
 namespace brindle {
 
+// One column definition or table constraint: its tokens at its own level,
+// first to last. Tokens inside its parentheses are left out, the
+// parentheses themselves are kept, so that Open/Close pairs stay findable.
+struct TTableItems {
+    struct TItem {
+        std::vector<int> Tokens;
+        bool IsConstraint = false;
+        int Kind = -1;  // index in Tokens of the constraint word behind CONSTRAINT name
+    };
+    std::vector<TItem> Items;
+    int Close = -1;
+};
+
 namespace {
 
 constexpr TSQLTokenTypes TableConstraintWords{stConstraint, stPrimaryKey, stUnique, stCheck, stForeignKey};
@@ -23,22 +36,16 @@ constexpr TSQLTokenTypes TableConstraintWords{stConstraint, stPrimaryKey, stUniq
 constexpr TSQLTokenTypes ColumnConstraintWords{stConstraint, stPrimaryKey, stNotNull, stNull,  stUnique,
                                                stCheck,      stDefault,    stCollate, stReferences};
 
-// One column definition or table constraint: its tokens at its own level,
-// first to last. Tokens inside its parentheses are left out, the
-// parentheses themselves are kept, so that Open/Close pairs stay findable.
-struct TItem {
-    std::vector<int> Tokens;
-    bool IsConstraint = false;
-    int Kind = -1;  // index in Tokens of the constraint word behind CONSTRAINT name
-};
+using TItem = TTableItems::TItem;
 
 class TTableReader {
 public:
-    explicit TTableReader(TSQLParser& Parser) : p(Parser) { Split(); }
+    explicit TTableReader(TSQLParser& Parser)
+        : p(Parser), Items(Parser.TableItems().Items), Close(Parser.TableItems().Close) {}
 
     TSQLParser& p;
-    std::vector<TItem> Items;
-    int Close = -1;  // the table's closing parenthesis; the token count when missing
+    const std::vector<TItem>& Items;
+    int Close;  // the table's closing parenthesis; the token count when missing; -1 for no table
 
     TSQLTokenType RoleAt(int Index) const { return p.SQLTokens(Index)->FSQLToken; }
     const QString& ValueAt(int Index) const { return p.GetTokens(Index)->FValue; }
@@ -98,26 +105,33 @@ public:
         return names;
     }
 
-private:
-    void Split() {
-        if (p.SQLCommand() != stCreateTable) return;
-        const int n = p.GetTokenCount();
+    // The items of the table's body.
+    static std::unique_ptr<TTableItems> Split(TSQLParser& Parser) {
+        auto result = std::make_unique<TTableItems>();
+        if (Parser.SQLCommand() != stCreateTable) return result;
+        TTableReader r(Parser, *result);
+        const int n = Parser.GetTokenCount();
         int open = -1;
         for (int i = 0; i < n && open < 0; ++i) {
-            if (RoleAt(i) == stAs || RoleAt(i) == stSelect) return;  // CREATE TABLE ... AS SELECT
-            if (IsOpen(i)) open = i;
+            if (r.RoleAt(i) == stAs || r.RoleAt(i) == stSelect) return result;  // CREATE TABLE ... AS SELECT
+            if (r.IsOpen(i)) open = i;
         }
-        if (open < 0) return;
-        Close = ClosingOrEnd(open);
-        for (std::vector<int>& part : ListParts(open)) Items.push_back({std::move(part)});
-        for (TItem& item : Items) {
+        if (open < 0) return result;
+        result->Close = r.ClosingOrEnd(open);
+        for (std::vector<int>& part : r.ListParts(open)) result->Items.push_back({std::move(part)});
+        for (TItem& item : result->Items) {
             size_t k = 0;
-            if (RoleAt(item.Tokens[0]) == stConstraint) k = std::min<size_t>(2, item.Tokens.size() - 1);
-            item.IsConstraint = TableConstraintWords.Contains(RoleAt(item.Tokens[0])) &&
-                                TableConstraintWords.Contains(RoleAt(item.Tokens[k]));
+            if (r.RoleAt(item.Tokens[0]) == stConstraint) k = std::min<size_t>(2, item.Tokens.size() - 1);
+            item.IsConstraint = TableConstraintWords.Contains(r.RoleAt(item.Tokens[0])) &&
+                                TableConstraintWords.Contains(r.RoleAt(item.Tokens[k]));
             if (item.IsConstraint) item.Kind = static_cast<int>(k);
         }
+        return result;
     }
+
+private:
+    // A reader over items still being made.
+    TTableReader(TSQLParser& Parser, const TTableItems& Items) : p(Parser), Items(Items.Items), Close(-1) {}
 };
 
 // The parenthesis that follows Tokens[k] of an item, -1 when none.
@@ -175,6 +189,18 @@ void ReadForeignKeyTail(const TTableReader& r, const TItem& item, size_t from, T
 }
 
 }  // namespace
+
+TSQLParser::TSQLParser() = default;
+
+TSQLParser::~TSQLParser() = default;
+
+const TTableItems& TSQLParser::TableItems() {
+    CheckInitialized();
+    if (!FTableItems) FTableItems = TTableReader::Split(*this);
+    return *FTableItems;
+}
+
+void TSQLParser::DropTableItems() { FTableItems.reset(); }
 
 TPrimaryKeyRec TSQLParser::GetPrimaryKeyOptions() {
     TPrimaryKeyRec rec;
@@ -290,23 +316,37 @@ std::vector<TForeignKeyRec> TSQLParser::GetForeignKeys() {
     return list;
 }
 
-TSQLFieldRec TSQLParser::GetSQLFieldInfo(const QString& FieldName) {
+namespace {
+
+TSQLFieldRec ReadColumn(const TTableReader& r, const TItem& item) {
     TSQLFieldRec rec;
-    TTableReader r(*this);
-    for (const TItem& item : r.Items) {
-        if (item.IsConstraint || !SameObject(r.FieldName(item), FieldName)) continue;
-        const auto& t = item.Tokens;
-        for (size_t k = 1; k < t.size(); ++k) {
-            const TSQLTokenType role = r.RoleAt(t[k]);
-            if (role == stNotNull) {
-                rec.NotNull = true;
-                if (k + 1 < t.size()) rec.NotNullConflictClause = r.ConflictAt(item, k + 1);
-            }
-            if (role == stCollate) rec.Collate = r.ValueBehind(item, k);
+    const auto& t = item.Tokens;
+    for (size_t k = 1; k < t.size(); ++k) {
+        const TSQLTokenType role = r.RoleAt(t[k]);
+        if (role == stNotNull) {
+            rec.NotNull = true;
+            if (k + 1 < t.size()) rec.NotNullConflictClause = r.ConflictAt(item, k + 1);
         }
-        break;
+        if (role == stCollate) rec.Collate = r.ValueBehind(item, k);
     }
     return rec;
+}
+
+}  // namespace
+
+TSQLFieldRec TSQLParser::GetSQLFieldInfo(const QString& FieldName) {
+    TTableReader r(*this);
+    for (const TItem& item : r.Items)
+        if (!item.IsConstraint && SameObject(r.FieldName(item), FieldName)) return ReadColumn(r, item);
+    return TSQLFieldRec();
+}
+
+std::vector<std::pair<QString, TSQLFieldRec>> TSQLParser::GetSQLFieldInfos() {
+    std::vector<std::pair<QString, TSQLFieldRec>> list;
+    TTableReader r(*this);
+    for (const TItem& item : r.Items)
+        if (!item.IsConstraint) list.emplace_back(r.FieldName(item), ReadColumn(r, item));
+    return list;
 }
 
 std::vector<TUnsupportedClause> TSQLParser::GetUnsupportedClauses() {

@@ -147,6 +147,77 @@ TEST(Cli, SchemaOfOneObject) {
     EXPECT_EQ(r.err.trimmed(), QStringLiteral("Object not found: no_such_thing"));
 }
 
+// The whole demo tree: every table once in its group with the engine's own
+// count, every view, index and trigger under its owner, the same text at
+// every run.
+TEST(Cli, TreePrintsTheWholeDemoDatabaseWithRecordCounts) {
+    const Result r = run({QStringLiteral("tree"), QStringLiteral(DEMO_DB)});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_TRUE(r.err.isEmpty());
+    EXPECT_FALSE(r.out.contains(u'\r'));
+    EXPECT_TRUE(r.out.startsWith(QLatin1String("main\n  tables\n")));
+    EXPECT_EQ(run({QStringLiteral("tree"), QStringLiteral(DEMO_DB)}).out, r.out);
+    const qsizetype tables = r.out.indexOf(QLatin1String("\n  tables\n"));
+    const qsizetype virtualTables = r.out.indexOf(QLatin1String("\n  virtual tables\n"));
+    const qsizetype shadowTables = r.out.indexOf(QLatin1String("\n  shadow tables\n"));
+    const qsizetype views = r.out.indexOf(QLatin1String("\n  views\n"));
+    EXPECT_TRUE(tables < virtualTables && virtualTables < shadowTables && shadowTables < views);
+
+    ASSERT_TRUE(brindle::SQLite3Driver->sqlite3drv_load_library(brindle::SQLITE_INTERNAL_LIB));
+    brindle::InstallSQLParserServices();
+    {
+        brindle::TDLSQLiteDatabase db;
+        db.FShowWaitCursor = false;
+        db.SetFileName(QStringLiteral(DEMO_DB));
+        db.SetReadOnly(true);
+        db.SetConnected(true);
+        brindle::IRecordSetPtr objects = db.GetRecordSet(QStringLiteral(
+            "select type, name, sql from sqlite_master where name not like 'sqlite\\_%' escape '\\' "
+            "and type <> 'index' or type = 'index' and sql is not null"));
+        ASSERT_GT(objects->GetRecordCount(), 60);
+        for (int i = 0; i < objects->GetRecordCount(); ++i) {
+            const QString type = objects->GetValue(i, 0), name = objects->GetValue(i, 1);
+            SCOPED_TRACE(name.toStdString());
+            if (type == u"table") {
+                const QString count = db.GetStringValue(QStringLiteral("select count(*) from \"%1\"").arg(name));
+                const QString head = QStringLiteral("\n    %1 (%2)").arg(name, count);
+                EXPECT_EQ(r.out.count(head + u'\n') + r.out.count(head + u' '), 1);
+                const bool isVirtual = objects->GetValue(i, 2).startsWith(QLatin1String("CREATE VIRTUAL"));
+                const qsizetype at = r.out.indexOf(head);
+                EXPECT_TRUE(isVirtual ? at > virtualTables && at < shadowTables : at < virtualTables || at > shadowTables);
+            } else if (type == u"view") {
+                EXPECT_EQ(r.out.count(QStringLiteral("\n    %1\n").arg(name)), 1);
+                EXPECT_GT(r.out.indexOf(QStringLiteral("\n    %1\n").arg(name)), views);
+            } else {
+                EXPECT_EQ(r.out.count(QStringLiteral("\n        %1 ").arg(name)), 1);
+            }
+        }
+        const QString tags = db.GetStringValue(QStringLiteral("select count(*) from product_tags"));
+        EXPECT_TRUE(r.out.contains(QStringLiteral(
+            "\n    product_tags (%1) WITHOUT ROWID\n"
+            "      columns\n"
+            "        product_id INTEGER PRIMARY KEY (1 of 2) NOT NULL\n"
+            "        tag_id INTEGER PRIMARY KEY (2 of 2) NOT NULL\n"
+            "      indexes\n"
+            "        sqlite_autoindex_product_tags_1 PRIMARY KEY (product_id, tag_id)\n"
+            "        product_tags_tag_idx (tag_id)\n"
+            "      foreign keys\n"
+            "        (product_id) REFERENCES products (product_id) ON DELETE CASCADE ON UPDATE CASCADE\n"
+            "        (tag_id) REFERENCES tags (tag_id) ON DELETE CASCADE\n"
+            "    products (").arg(tags)))
+            << r.out.toStdString();
+    }
+    brindle::SQLite3Driver->sqlite3drv_unload_library();
+    for (const char* line : {"\n        order_id INTEGER PRIMARY KEY AUTOINCREMENT\n",
+                             "\n        orders_open_idx (order_date) WHERE status IN ('new', 'paid')\n",
+                             "\n        customers_name_idx (lower(last_name), lower(first_name))\n",
+                             "\n        orders_status_audit AFTER UPDATE OF status\n",
+                             "\n        product_catalog_insert INSTEAD OF INSERT\n",
+                             "\n      referenced by\n        products (category_id)\n",
+                             "\n      depends on\n        order_totals\n"})
+        EXPECT_TRUE(r.out.contains(QLatin1String(line))) << line;
+}
+
 TEST(Cli, QueryWritesTheLastSelectAsCsv) {
     Result r = run({QStringLiteral("query"), QStringLiteral(DEMO_DB),
                     QStringLiteral("select null as a, '' as b, 'x,y' as c, 'say \"hi\"' as d, 1.5 as e, "
