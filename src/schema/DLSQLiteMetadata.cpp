@@ -1,6 +1,7 @@
 #include "DLSQLiteMetadata.h"
 
 #include "DLSQLiteParser.h"
+#include "engine/DLQueryQueue.h"
 #include "engine/DLQuoteTools.h"
 #include "engine/DLSQLite3API.h"
 #include "engine/DLSQLiteDatabase.h"
@@ -853,6 +854,36 @@ TTreeNodeType GetNodeType(const TMetadataBaseItem* Item) {
     if (dynamic_cast<const TBaseTableInfo*>(Item)) return ntTable;
     if (dynamic_cast<const TBaseViewInfo*>(Item)) return ntView;
     return ntUnknown;
+}
+
+TRecordCounter QueryQueueRecordCounter(TDLSQLiteDatabase& Database) {
+    return [&Database](const QString& ObjectName, const TRecordCountDone& Done) {
+        auto countHere = [&] {
+            try {
+                bool ok = false;
+                const qint64 n =
+                    Database.GetStringValue(QStringLiteral("select count(*) from ") + QuoteObject(ObjectName)).toLongLong(&ok);
+                Done(ok ? std::optional<qint64>(n) : std::nullopt);
+            } catch (const std::exception&) {
+                Done(std::nullopt);
+            }
+        };
+        QString db, name;
+        ParseObject(ObjectName, db, name);
+        if (!db.isEmpty() && db.compare(QLatin1String("main"), Qt::CaseInsensitive) != 0) {
+            countHere();
+            return;
+        }
+        auto task = std::make_unique<TQueryTask>(
+            QStringLiteral("select count(*) from ") + QuoteIdentifier(name), [Done](TThreadTask& Task) {
+                const QVariant result = static_cast<TQueryTask&>(Task).Result();
+                bool ok = false;
+                const qint64 n = result.toLongLong(&ok);
+                Done(result.isValid() && ok ? std::optional<qint64>(n) : std::nullopt);
+            });
+        // Nothing took it: no background connections for this database.
+        if (Database.RunAsyncTask(std::move(task))) countHere();
+    };
 }
 
 }  // namespace brindle

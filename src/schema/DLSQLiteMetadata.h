@@ -192,4 +192,12 @@ private:
 enum TTreeNodeType { ntUnknown, ntDatabase, ntTable, ntView, ntVirtualTable, ntShadowTable };
 TTreeNodeType GetNodeType(const TMetadataBaseItem* Item);
 
+// A record counter for the metadata that counts on the database's
+// background connections, so that no count holds up the window or waits
+// for the main connection's locks; results come back on the main thread,
+// which must run an event loop. What those connections cannot see
+// (temporary and attached objects, a memory database) is counted at once
+// on the main connection.
+TRecordCounter QueryQueueRecordCounter(TDLSQLiteDatabase& Database);
+
 }  // namespace brindle

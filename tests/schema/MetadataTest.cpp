@@ -11,8 +11,12 @@
 #include "schema/DLSQLiteMetadata.h"
 #include "schema/DLSQLiteParser.h"
 
-#include <gtest/gtest.h>
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QFile>
 #include <QSet>
+#include <QThread>
+#include <gtest/gtest.h>
 #include <cstring>
 
 using namespace brindle;
@@ -555,4 +559,42 @@ TEST_F(Metadata, RecordCountsArriveThroughTheCounter) {
     later->UpdateRecordCount(*later->FindTable(QStringLiteral("parent")));
     later.reset();
     pending.back().second(1);  // the metadata is gone: dropped
+}
+
+TEST_F(Metadata, CountsThroughTheQueueNeverWaitForTheMainConnection) {
+    static int argc = 1;
+    static char name[] = "brindle_schema_tests";
+    static char* argv[] = {name, nullptr};
+    if (!QCoreApplication::instance()) new QCoreApplication(argc, argv);  // lives to the end of the run
+    for (const char* journal : {"delete", "wal"}) {
+        SCOPED_TRACE(journal);
+        auto db = Rich();
+        db->Execute(QStringLiteral("pragma journal_mode = %1").arg(QLatin1String(journal)));
+        db->Execute(QStringLiteral("create table big(x); insert into big values (1), (2), (3)"));
+        TDLSQLiteMetadata md(db.get());
+        md.SetRecordCounter(QueryQueueRecordCounter(*db));
+        md.Refresh();
+        // The main connection writes and holds its transaction meanwhile.
+        db->BeginTransaction();
+        db->Execute(QStringLiteral("insert into big values (4); delete from child"));
+        QThread* countedOn = nullptr;
+        md.FOnRecordCount = [&countedOn](TMetadataBaseItem&) { countedOn = QThread::currentThread(); };
+        md.UpdateRecordCounts();
+        db->Execute(QStringLiteral("insert into big values (5)"));  // never blocked by the counts
+        QElapsedTimer t;
+        t.start();
+        while (md.RecordCountUpdates() > 0 && t.elapsed() < 20000)
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
+        ASSERT_EQ(md.RecordCountUpdates(), 0);
+        EXPECT_EQ(countedOn, QThread::currentThread());
+        // What was committed, read elsewhere; temp tables on the connection itself.
+        EXPECT_EQ(md.FindTable(QStringLiteral("big"))->FRecordCount, std::optional<qint64>(3));
+        EXPECT_EQ(md.FindTable(QStringLiteral("child"))->FRecordCount, std::optional<qint64>(2));
+        db->Commit();
+        EXPECT_EQ(db->GetStringValue(QStringLiteral("select count(*) from big")), QStringLiteral("5"));
+        db->SetConnected(false);  // with the pool, cleanly
+        db.reset();
+        for (const char* f : {"rich.db", "rich.db-wal", "rich.db-shm", "aux.db", "aux.db-wal", "aux.db-shm"})
+            QFile::remove(dir.file(QLatin1String(f)));
+    }
 }
