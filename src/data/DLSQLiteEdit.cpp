@@ -20,10 +20,6 @@ bool HasPersistentFields(const TDataSet* DataSet) {
     return DataSet && DataSet->GetFields().Count() > 0;
 }
 
-bool IsBinary(TFieldType Type) {
-    return Type == ftBlob || Type == ftGraphic;
-}
-
 QString ColumnText(TDLSQLiteDatabase& Database, const void* Text16, const char* Text8) {
     if (Database.Unicode()) return Text16 ? QString::fromUtf16(static_cast<const char16_t*>(Text16)) : QString();
     return Text8 ? QString::fromUtf8(Text8) : QString();
