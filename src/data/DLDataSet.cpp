@@ -354,7 +354,7 @@ bool TDLDataSet::InternalLocate(const QString& KeyFields, const QVariantList& Ke
     std::vector<const TField*> fields;
     QVariantList keys;
     for (int i = 0; i < names.size(); ++i) {
-        const TField& field = FieldByName(names[i].trimmed());
+        const TField& field = FieldByName(UnQuoteIdentifier(names[i].trimmed()));
         fields.push_back(&field);
         keys.append(NormalizeKeyValue(field, KeyValues.value(i), Options));
     }
@@ -474,7 +474,10 @@ QVariant TDLDataSet::GetOldFieldValue(const TField& Field) const {
 }
 
 QStringList TDLDataSet::GetKeyFieldNames() const {
-    return FKeyFieldNames.split(u';', Qt::SkipEmptyParts);
+    // A view's key names every column quoted.
+    QStringList names = FKeyFieldNames.split(u';', Qt::SkipEmptyParts);
+    for (QString& name : names) name = UnQuoteIdentifier(name.trimmed());
+    return names;
 }
 
 void TDLDataSet::InternalEdit() {
