@@ -1,7 +1,10 @@
 #include "RegSettings.h"
 
+#include <QCoreApplication>
 #include <QRegularExpression>
 #include <QSettings>
+
+#include <algorithm>
 
 namespace brindle {
 
@@ -41,6 +44,23 @@ QStringList DecodeStrings(const QString& Value, QChar Delimiter, bool EncodeItem
     if (EncodeItems)
         for (QString& item : items) item = DecodeString(item, kItemLineDelimiter);
     return items;
+}
+
+TStartupOptions ReadStartupOptions(const QString& IniFileName) {
+    TStartupOptions options;
+    QSettings ini(IniFileName, QSettings::IniFormat);
+    if (ini.status() != QSettings::NoError) return options;
+    ini.beginGroup(QStringLiteral("Settings"));
+    options.Log = ini.value(QStringLiteral("Log"), 0).toInt() != 0;
+    options.Thumbnails = ini.value(QStringLiteral("Thumbnails"), 0).toInt() != 0;
+    bool ok = false;
+    const int size = ini.value(QStringLiteral("DataBufferSize"), options.DataBufferSize).toInt(&ok);
+    if (ok) options.DataBufferSize = std::max(size, 128);
+    return options;
+}
+
+QString StartupOptionsFileName() {
+    return QCoreApplication::applicationDirPath() + QStringLiteral("/brindle.ini");
 }
 
 // ---------------------------------------------------------------------------

@@ -26,6 +26,18 @@ QString DecodeString(const QString& Value, QChar Delimiter = kDefaultDelimiter);
 QString EncodeStrings(const QStringList& List, QChar Delimiter = kDefaultDelimiter, bool EncodeItems = true);
 QStringList DecodeStrings(const QString& Value, QChar Delimiter = kDefaultDelimiter, bool EncodeItems = true);
 
+// Three options read from a plain file beside the program, section
+// "Settings", so that they can be set by hand and outlive the per-user
+// store. An absent or unreadable file gives the defaults.
+struct TStartupOptions {
+    bool Log = false;
+    bool Thumbnails = false;
+    int DataBufferSize = 512;  // rows per fetch; at least 128
+};
+TStartupOptions ReadStartupOptions(const QString& IniFileName);
+// The file: "brindle.ini" in the program's folder.
+QString StartupOptionsFileName();
+
 struct TFeature {
     QString Category;
     QString Name;

@@ -1,7 +1,9 @@
 #include "SCMain.h"
 
 #include "SCPaths.h"
+#include "data/DLRecData.h"
 #include "data/DLTable.h"
+#include "shell/RegSettings.h"
 #include "engine/DLObjectNames.h"
 #include "engine/DLQuoteTools.h"
 #include "engine/DLSQLite3API.h"
@@ -33,6 +35,11 @@ namespace brindle {
 
 TfrmSCMain::TfrmSCMain(QWidget* parent) : QMainWindow(parent) {
     setObjectName(QStringLiteral("TfrmSCMain"));
+    // Options set by hand beside the program, before any dataset exists.
+    const TStartupOptions startup = ReadStartupOptions(StartupOptionsFileName());
+    FLogEnabled = startup.Log;
+    FThumbnails = startup.Thumbnails;
+    SetDataBufferSize(startup.DataBufferSize);
     setWindowTitle(ApplicationTitle());
     resize(1000, 700);
 

@@ -63,6 +63,8 @@ private:
     void acOpenDatabaseExecute();
     void acOpenDemoDatabaseExecute();
 
+    bool FLogEnabled = false;
+    bool FThumbnails = false;  // image thumbnails in grids
     std::unique_ptr<TDLSQLiteDatabase> FDatabase;
     // Declared after the database: destroyed before it.
     std::unique_ptr<TDLTable> FDataQuery;

@@ -50,3 +50,16 @@ TEST(RegSettings, FeaturesDefaultOnAndRoundTrip) {
     EXPECT_FALSE(loaded.GetItems(QStringLiteral("Show/Hide tabs"), QStringLiteral("DDL")).Enabled);
     EXPECT_TRUE(loaded.GetItems(QStringLiteral("Show/Hide tabs"), QStringLiteral("SQL")).Enabled);
 }
+
+TEST(RegSettings, StartupOptionsFromTheFileBesideTheProgram) {
+    test::TempDir dir;
+    const TStartupOptions none = ReadStartupOptions(dir.file(QStringLiteral("absent.ini")));
+    EXPECT_FALSE(none.Log);
+    EXPECT_FALSE(none.Thumbnails);
+    EXPECT_EQ(none.DataBufferSize, 512);
+    const QString small = dir.write(QStringLiteral("small.ini"), "[Settings]\nLog=1\nDataBufferSize=5\n");
+    EXPECT_EQ(ReadStartupOptions(small).DataBufferSize, 128);
+    EXPECT_TRUE(ReadStartupOptions(small).Log);
+    const QString broken = dir.write(QStringLiteral("broken.ini"), "\x01\x02[[[Settings\nDataBufferSize=lots\n");
+    EXPECT_EQ(ReadStartupOptions(broken).DataBufferSize, 512);
+}
