@@ -29,6 +29,7 @@ T RawToValue(const QByteArray& Raw) {
 
 quint32 ReadCardinal(const QByteArray& Data, qsizetype Pos) {
     quint32 result = 0;
+    if (Pos < 0 || Pos + static_cast<qsizetype>(sizeof(result)) > Data.size()) return result;
     std::memcpy(&result, Data.constData() + Pos, sizeof(result));
     return result;
 }
