@@ -642,6 +642,8 @@ void TDLSQLDataSet::PrepareSingleSQL() {
     if (!FOrderClause.isEmpty()) {
         const QString ordered = FCurrentSQL + u' ' + FOrderClause;
         if (FDatabase->IsValidSQL(ordered)) text = ordered;
+    } else if (!FNaturalOrder.isEmpty()) {
+        text += u' ' + FNaturalOrder;
     }
     FSingleSQLHandle = std::make_unique<TSQLiteSQLHandle>(FDatabase, text);
     FDatabase->Prepare(*FSingleSQLHandle);
@@ -658,9 +660,11 @@ void TDLSQLDataSet::LoadRecords(int Offset, int Limit) {
         PrepareSingleSQL();
     }
     try {
-        if (!FSeekSQL.isEmpty() && !FCheckpoints.empty()) SeekTowards(Offset);
+        // Marks hold for the rowid order only: a sort of the user's has none.
+        const bool seekable = !FSeekSQL.isEmpty() && FOrderClause.isEmpty();
+        if (seekable && !FCheckpoints.empty()) SeekTowards(Offset);
         brindle::LoadRecords(*FDatabase, *this, *FSingleSQLHandle, Offset, Limit,
-                             FSeekSQL.isEmpty() ? nullptr : &FCheckpoints, kCheckpointStep);
+                             seekable ? &FCheckpoints : nullptr, kCheckpointStep);
     } catch (...) {
         FSingleSQLHandle.reset();
         // A later page that fails leaves nothing half-read on screen.

@@ -218,6 +218,9 @@ protected:
     // it, a window far behind the statement's position is read from the
     // nearest noted rowid instead of from the first row.
     QString FSeekSQL;
+    // The order that makes the rows come in rowid order, when the text has
+    // none; a sort of the user's replaces it, and then nothing is sought.
+    QString FNaturalOrder;
 
     // Reads a simple SELECT's columns and tables and rewrites it: every
     // column under a unique alias, a hidden rowid for each table that has

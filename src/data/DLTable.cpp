@@ -123,6 +123,7 @@ QString TDLTable::GetInternalSQL(bool IncludeOrderClause) {
     sql += where;
 
     FSeekSQL.clear();
+    FNaturalOrder.clear();
     if (IncludeOrderClause) {
         QStringList order;
         if (!FIndexFieldNames.isEmpty()) {
@@ -141,7 +142,9 @@ QString TDLTable::GetInternalSQL(bool IncludeOrderClause) {
         // a noted rowid on rather than from the first row.
         if (!rowid.isEmpty() && where.isEmpty() && FLimit < 0 && FOffset < 1 &&
             (order.isEmpty() || (order.size() == 1 && IsRowIDAlias(order[0])))) {
-            if (order.isEmpty()) order << rowid;
+            // Without an order of its own the statement keeps the text a
+            // sort can extend; the rowid order is added when it runs.
+            if (order.isEmpty()) FNaturalOrder = QStringLiteral("order by ") + rowid;
             FSeekSQL = db.GetSelectSQL(FTableName, nullptr) +
                        QStringLiteral(" where %1 >= ?1 order by %1").arg(rowid);
         }

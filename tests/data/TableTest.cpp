@@ -132,6 +132,18 @@ TEST_F(TableTest, FarWindowsComeFromNotedRowids) {
     for (t->Last(); !t->Bof(); t->Prior()) ASSERT_EQ(n.Value().toInt(), expected--);
     EXPECT_EQ(expected, 0);
 
+    // A sort of the user's: no marks of the rowid order are used.
+    t->SetOrderClause(QStringLiteral("order by n desc"));
+    t->SetRecNo(rows - 2);
+    EXPECT_EQ(n.Value().toInt(), 3);
+    t->SetRecNo(10);
+    EXPECT_EQ(n.Value().toInt(), rows - 9);
+    t->SetRecNo(rows - 1);
+    EXPECT_EQ(n.Value().toInt(), 2);
+    t->SetOrderClause(QString());
+    t->SetRecNo(rows - 2);
+    EXPECT_EQ(n.Value().toInt(), rows - 2);
+
     // A view has no rowid to seek by; it reads from its first row.
     db.Execute(QStringLiteral("create view bigv as select n from big"));
     TDLTable v;
