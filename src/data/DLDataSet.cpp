@@ -738,6 +738,15 @@ bool TDLSQLDataSet::Sortable() {
     return FDatabase->IsValidSQL(FCurrentSQL + u' ' + FOrderClause);
 }
 
+QString TDLSQLDataSet::ServerFilterCondition() {
+    QStringList excluded;
+    for (int i = 0; i < FFieldDefs.Count(); ++i) {
+        const TFieldType type = FFieldDefs.Items(i).DataType;
+        if (type == ftDate || type == ftTime || type == ftDateTime || type == ftGuid) excluded << FFieldDefs.Items(i).Name;
+    }
+    return FDatabase->FixFilterExpression(FFilterText, excluded);
+}
+
 void TDLSQLDataSet::CustomLike(const QVariant& Source, const QVariant& Pattern, bool& Result) {
     const QString sql = QStringLiteral("select %1 like %2")
                             .arg(QuotedStr(Source.toString()), QuotedStr(Pattern.toString()));
@@ -1007,15 +1016,7 @@ void TDLQuery::SetActive(bool Value) {
         FServerFiltered = false;
         QString text = SQLText();
         if (FFiltered && !FFilterText.isEmpty() && CanServerFilter()) {
-            // Fields whose values the statement cannot compare as the filter
-            // means them stay out of it.
-            QStringList excluded;
-            for (int i = 0; i < FFieldDefs.Count(); ++i) {
-                const TFieldType type = FFieldDefs.Items(i).DataType;
-                if (type == ftDate || type == ftTime || type == ftDateTime || type == ftGuid)
-                    excluded << FFieldDefs.Items(i).Name;
-            }
-            const QString where = Database()->FixFilterExpression(FFilterText, excluded);
+            const QString where = ServerFilterCondition();
             if (!where.isEmpty()) {
                 text = text.trimmed();
                 if (text.endsWith(u';')) text.chop(1);

@@ -208,6 +208,10 @@ protected:
     // Binds the parameters of a prepared statement; nothing here.
     virtual void InternalSetParams(TSQLiteSQLHandle& SQLHandle) { (void)SQLHandle; }
     void CheckConnected();
+    // The filter text as a condition of the statement; empty when it names
+    // a field whose values the statement cannot compare as the filter
+    // means them (dates, GUIDs).
+    QString ServerFilterCondition();
     // SQLite's own LIKE, so that a filter matches as a WHERE clause would.
     bool HasCustomLike() const override { return true; }
     void CustomLike(const QVariant& Source, const QVariant& Pattern, bool& Result) override;

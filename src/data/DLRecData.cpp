@@ -383,10 +383,12 @@ void TDLRecData::SetField(const TField& Field, const QVariant& Value) {
     SetRawData(index, hasData ? raw : QByteArray());
 }
 
+bool IsBinaryType(TFieldType DataType) {
+    return DataType == ftBlob || DataType == ftGraphic || DataType == ftBytes || DataType == ftVarBytes;
+}
+
 QVariant GetFieldVariant(const TDLRecData& Rec, const TField& Field) {
-    const TFieldType type = Field.DataType();
-    // Binary values have no typed reading: their bytes are the value.
-    if (type == ftBlob || type == ftGraphic || type == ftBytes || type == ftVarBytes) {
+    if (IsBinaryType(Field.DataType())) {
         if (!Rec.GetHasData(Field.Index())) return QVariant();
         // Left out when the row was read, or given up since: read it now.
         if (!Rec.GetFullData(Field.Index())) Rec.DataSetData()->DataSet()->LoadField(Rec, Field);
@@ -398,21 +400,16 @@ QVariant GetFieldVariant(const TDLRecData& Rec, const TField& Field) {
 }
 
 void SetFieldVariant(TDLRecData& Rec, const TField& Field, const QVariant& Value) {
-    const TFieldType type = Field.DataType();
-    if (Value.isValid() && (type == ftBlob || type == ftGraphic || type == ftBytes || type == ftVarBytes)) {
-        Rec.SetBlobData(Field, Value.toByteArray());
-        Rec.SetHasData(Field.Index(), true);
-        Rec.SetModified(Field.Index(), true);
+    if (!IsBinaryType(Field.DataType())) {
+        Rec.SetField(Field, Value);
         return;
     }
-    if (!Value.isValid() && (type == ftBlob || type == ftGraphic || type == ftBytes || type == ftVarBytes)) {
-        Rec.SetBlobData(Field, QByteArray());
-        Rec.SetHasData(Field.Index(), false);
-        Rec.SetModified(Field.Index(), true);
-        if (auto* sqlite = dynamic_cast<TDLSQLiteRecData*>(&Rec)) sqlite->SetStorageClass(Field.Index(), scNull);
-        return;
-    }
-    Rec.SetField(Field, Value);
+    const int index = Field.Index();
+    Rec.SetBlobData(Field, Value.toByteArray());
+    Rec.SetHasData(index, Value.isValid());
+    Rec.SetModified(index, true);
+    if (!Value.isValid())
+        if (auto* sqlite = dynamic_cast<TDLSQLiteRecData*>(&Rec)) sqlite->SetStorageClass(index, scNull);
 }
 
 int CompareBlobValues(const QByteArray& Left, const QByteArray& Right) {

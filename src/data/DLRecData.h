@@ -193,6 +193,9 @@ protected:
     std::vector<QByteArray> FRawData;
 };
 
+// Types whose value is its bytes, with no typed reading.
+bool IsBinaryType(TFieldType DataType);
+
 // The value of a field in a row as a view shows it: invalid for null,
 // the bytes of a binary field, else as GetField reads it.
 QVariant GetFieldVariant(const TDLRecData& Rec, const TField& Field);

@@ -1,6 +1,7 @@
 #include "DLSQLiteEdit.h"
 
 #include "DLDataSet.h"
+#include "DLSQLiteLoad.h"
 #include "engine/Assert.h"
 #include "engine/DLDateTime.h"
 #include "engine/DLQuoteTools.h"
@@ -20,11 +21,6 @@ bool HasPersistentFields(const TDataSet* DataSet) {
     return DataSet && DataSet->GetFields().Count() > 0;
 }
 
-QString ColumnText(TDLSQLiteDatabase& Database, const void* Text16, const char* Text8) {
-    if (Database.Unicode()) return Text16 ? QString::fromUtf16(static_cast<const char16_t*>(Text16)) : QString();
-    return Text8 ? QString::fromUtf8(Text8) : QString();
-}
-
 QString TableObject(const TTableInfoRec& Table) {
     return QuoteObject(Table.DatabaseName, Table.TableName);
 }
@@ -39,7 +35,7 @@ void GetOriginalFieldNames(TDLSQLiteDatabase& Database, const QString& SQL, std:
     Fields.resize(static_cast<size_t>(columns));
     for (int i = 0; i < columns; ++i)
         Fields[static_cast<size_t>(i)].OriginalFieldName =
-            ColumnText(Database, d.sqlite3_column_name16(handle.FSQLHandle, i), d.sqlite3_column_name(handle.FSQLHandle, i));
+            ColumnString(Database.Unicode(), d.sqlite3_column_name16(handle.FSQLHandle, i), d.sqlite3_column_name(handle.FSQLHandle, i));
 }
 
 void PopulateFinalNames(std::vector<TFieldInfoRec>& Fields) {
@@ -86,7 +82,7 @@ void PopulateDataTypes(TDLSQLiteDatabase& Database, std::vector<TFieldInfoRec>& 
     for (size_t c = 0; c < typed.size(); ++c) {
         TFieldInfoRec& f = Fields[typed[c]];
         const int col = static_cast<int>(c);
-        f.DeclaredType = ColumnText(Database, d.sqlite3_column_decltype16(handle.FSQLHandle, col),
+        f.DeclaredType = ColumnString(Database.Unicode(), d.sqlite3_column_decltype16(handle.FSQLHandle, col),
                                     d.sqlite3_column_decltype(handle.FSQLHandle, col));
         int size = 0, precision = 0;
         Database.SQLStrToDataType(f.DeclaredType, f.DataType, size, precision);

@@ -31,11 +31,6 @@ double NowAsDateTime() {
     return (now.toMSecsSinceEpoch() + now.offsetFromUtc() * 1000.0) / 86400000.0 + 25569.0;
 }
 
-QString ColumnString(bool Unicode, const void* Text16, const char* Text8) {
-    if (Unicode) return Text16 ? QString::fromUtf16(static_cast<const char16_t*>(Text16)) : QString();
-    return Text8 ? QString::fromUtf8(Text8) : QString();
-}
-
 // The value of column Col into slot Index of the row, in its storage class.
 void ReadColumn(TSQLite3Driver& d, sqlite3_stmt* Stmt, int Col, bool Unicode, bool LoadBlobs, const TField& Field,
                 TDLSQLiteRecData& Rec) {
@@ -81,6 +76,11 @@ void ReadColumn(TSQLite3Driver& d, sqlite3_stmt* Stmt, int Col, bool Unicode, bo
 }
 
 }  // namespace
+
+QString ColumnString(bool Unicode, const void* Text16, const char* Text8) {
+    if (Unicode) return Text16 ? QString::fromUtf16(static_cast<const char16_t*>(Text16)) : QString();
+    return Text8 ? QString::fromUtf8(Text8) : QString();
+}
 
 void GetFieldRecs(TDLSQLiteDatabase& Database, TDLSQLDataSet& DataSet, TSQLiteSQLHandle& SQLHandle,
                   TFieldRecords& Fields) {

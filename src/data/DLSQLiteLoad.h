@@ -14,6 +14,10 @@ class TSQLiteSQLHandle;
 class TDLRecData;
 class TField;
 
+// A column's name or declared type from the engine: the UTF-16 reading
+// when Unicode, else the UTF-8 one.
+QString ColumnString(bool Unicode, const void* Text16, const char* Text8);
+
 // One entry per result column: name (made unique with "_1", "_2"...),
 // declared type mapped to a field type; an expression is ftWideString.
 void GetFieldRecs(TDLSQLiteDatabase& Database, TDLSQLDataSet& DataSet, TSQLiteSQLHandle& SQLHandle,

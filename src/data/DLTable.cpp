@@ -108,13 +108,7 @@ QString TDLTable::GetInternalSQL(bool IncludeOrderClause) {
     QString where = GetWhereClause();
     FServerFiltered = false;
     if (FFiltered && !FFilterText.isEmpty()) {
-        QStringList excluded;
-        for (int i = 0; i < FFieldDefs.Count(); ++i) {
-            const TFieldType type = FFieldDefs.Items(i).DataType;
-            if (type == ftDate || type == ftTime || type == ftDateTime || type == ftGuid)
-                excluded << FFieldDefs.Items(i).Name;
-        }
-        const QString fixed = db.FixFilterExpression(FFilterText, excluded);
+        const QString fixed = ServerFilterCondition();
         if (!fixed.isEmpty()) {
             where += where.isEmpty() ? QStringLiteral(" where ") + fixed : QStringLiteral(" and (") + fixed + u')';
             FServerFiltered = true;

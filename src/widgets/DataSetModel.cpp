@@ -140,8 +140,7 @@ Qt::ItemFlags TDataSetModel::flags(const QModelIndex& Index) const {
     Qt::ItemFlags result = QAbstractTableModel::flags(Index);
     const TField* field = FieldAt(Index.column());
     if (!field || !FDataSet->GetCanModify() || field->FReadOnly) return result;
-    const TFieldType t = field->DataType();
-    if (t == ftBlob || t == ftGraphic || t == ftBytes || t == ftVarBytes) return result;
+    if (IsBinaryType(field->DataType())) return result;
     return result | Qt::ItemIsEditable;
 }
 
