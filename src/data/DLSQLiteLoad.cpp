@@ -25,12 +25,6 @@ bool KeepsSize(TFieldType t) {
     }
 }
 
-// Now as days since 1899-12-30, local time.
-double NowAsDateTime() {
-    const QDateTime now = QDateTime::currentDateTime();
-    return (now.toMSecsSinceEpoch() + now.offsetFromUtc() * 1000.0) / 86400000.0 + 25569.0;
-}
-
 // The value of column Col into slot Index of the row, in its storage class.
 void ReadColumn(TSQLite3Driver& d, sqlite3_stmt* Stmt, int Col, bool Unicode, bool LoadBlobs, const TField& Field,
                 TDLSQLiteRecData& Rec) {

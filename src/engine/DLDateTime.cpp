@@ -1,6 +1,7 @@
 #include "DLDateTime.h"
 
 #include <QDate>
+#include <QDateTime>
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -250,6 +251,11 @@ void DecodeDateTime(double value, int& year, int& month, int& day, int& hour, in
     time /= 60;
     minute = static_cast<int>(time % 60);
     hour = static_cast<int>(time / 60);
+}
+
+double NowAsDateTime() {
+    const QDateTime now = QDateTime::currentDateTime();
+    return (now.toMSecsSinceEpoch() + now.offsetFromUtc() * 1000.0) / 86400000.0 + 25569.0;
 }
 
 }  // namespace brindle

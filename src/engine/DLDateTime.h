@@ -15,6 +15,8 @@ double StringToDateTime(const QString& value);
 QString DateTimeToString(double value);
 QString DateToString(double value);
 QString TimeToString(double value);
+// Now, local time, as such a day count.
+double NowAsDateTime();
 
 // Calendar helpers over the same day count; false when a part is out of range.
 bool TryEncodeDate(int year, int month, int day, double& result);
