@@ -105,6 +105,7 @@ public:
     void Compact();
     int Count() const { return static_cast<int>(FItems.size()); }
     TDBItem& Items(int Index) { return FItems[static_cast<size_t>(Index)]; }
+    const TDBItem& Items(int Index) const { return FItems[static_cast<size_t>(Index)]; }
 
 private:
     std::vector<TDBItem> FItems;
