@@ -21,6 +21,12 @@ QStringList Lines(const QString& Value) {
 
 }  // namespace
 
+QSettings& Settings() {
+    static QSettings settings(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("Brindle"),
+                              QStringLiteral("Desk 3.x"));
+    return settings;
+}
+
 QString EncodeString(const QString& Value, QChar Delimiter) {
     const QStringList lines = Lines(Value);
     if (lines.isEmpty() || (lines.size() == 1 && lines.first().isEmpty())) return QString();
@@ -68,7 +74,8 @@ QString StartupOptionsFileName() {
 
 TFeature* TFeatureList::FindItem(const QString& Category, const QString& Name) {
     for (TFeature& f : FItems)
-        if (f.Category.compare(Category, Qt::CaseInsensitive) == 0 && f.Name.compare(Name, Qt::CaseInsensitive) == 0)
+        if (f.Category.compare(Category, Qt::CaseInsensitive) == 0 &&
+            f.Name.compare(Name, Qt::CaseInsensitive) == 0)
             return &f;
     return nullptr;
 }

@@ -12,6 +12,11 @@ class QSettings;
 
 namespace brindle {
 
+// The per-user store of settings: organisation "Brindle", application
+// "Desk 3.x", a group per section. One object for the process, made on
+// first use; QSettings::setPath before that moves it (tests do).
+QSettings& Settings();
+
 // Separates lines inside one packed item.
 constexpr QChar kItemLineDelimiter = QChar(2);
 // Separates packed items, and the lines of a packed text.

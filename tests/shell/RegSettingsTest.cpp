@@ -3,16 +3,19 @@
 
 #include "shell/RegSettings.h"
 
-#include <QSettings>
 #include <gtest/gtest.h>
+#include <QSettings>
 
 using namespace brindle;
 
 TEST(RegSettings, PackedTextKeepsLinesAndItems) {
     EXPECT_EQ(EncodeString(QString()), QString());
     EXPECT_EQ(EncodeString(QStringLiteral("\n")), QString());  // one empty line
-    EXPECT_EQ(EncodeString(QStringLiteral("select 1\r\nfrom t\n")), QStringLiteral("select 1\x01" "from t"));
-    EXPECT_EQ(DecodeString(QStringLiteral("select 1\x01" "from t")), QStringLiteral("select 1\nfrom t"));
+    EXPECT_EQ(EncodeString(QStringLiteral("select 1\r\nfrom t\n")), QStringLiteral("select 1\x01"
+                                                                                   "from t"));
+    EXPECT_EQ(DecodeString(QStringLiteral("select 1\x01"
+                                          "from t")),
+              QStringLiteral("select 1\nfrom t"));
     // Blank lines inside survive, and so do quotes and blanks.
     const QString text = QStringLiteral("a\n\n  'b' \"c\"");
     EXPECT_EQ(DecodeString(EncodeString(text)), text);
@@ -32,7 +35,8 @@ TEST(RegSettings, FeaturesDefaultOnAndRoundTrip) {
     QStringList categories;
     features.GetCategories(categories);
     EXPECT_EQ(categories, QStringList({"Show/Hide tabs", "Show/Hide features"}));
-    ASSERT_NE(features.FindItem(QStringLiteral("show/hide FEATURES"), QStringLiteral("find/replace")), nullptr);
+    ASSERT_NE(features.FindItem(QStringLiteral("show/hide FEATURES"), QStringLiteral("find/replace")),
+              nullptr);
     EXPECT_EQ(features.FindItem(QStringLiteral("Show/Hide tabs"), QStringLiteral("Nothing")), nullptr);
     EXPECT_TRUE(features.GetItems(QStringLiteral("Show/Hide tabs"), QStringLiteral("New")).Enabled);  // added
     features.GetItems(QStringLiteral("Show/Hide tabs"), QStringLiteral("DDL")).Enabled = false;
@@ -60,6 +64,7 @@ TEST(RegSettings, StartupOptionsFromTheFileBesideTheProgram) {
     const QString small = dir.write(QStringLiteral("small.ini"), "[Settings]\nLog=1\nDataBufferSize=5\n");
     EXPECT_EQ(ReadStartupOptions(small).DataBufferSize, 128);
     EXPECT_TRUE(ReadStartupOptions(small).Log);
-    const QString broken = dir.write(QStringLiteral("broken.ini"), "\x01\x02[[[Settings\nDataBufferSize=lots\n");
+    const QString broken =
+        dir.write(QStringLiteral("broken.ini"), "\x01\x02[[[Settings\nDataBufferSize=lots\n");
     EXPECT_EQ(ReadStartupOptions(broken).DataBufferSize, 512);
 }
