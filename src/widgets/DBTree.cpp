@@ -229,6 +229,19 @@ void TDLDBTree::DeleteDatabase(TDLSQLiteDatabase& Database) {
     DeleteNode(FindNodeByAliasName(Database.AliasName()));
 }
 
+void TDLDBTree::RenameDatabase(const QString& OldAliasName, const QString& NewAliasName) {
+    QTreeWidgetItem* node = FindNodeByAliasName(OldAliasName);
+    if (!node) return;
+    node->setText(0, NewAliasName);
+    std::vector<QTreeWidgetItem*> pending{node};
+    while (!pending.empty()) {
+        QTreeWidgetItem* n = pending.back();
+        pending.pop_back();
+        n->setData(0, kAliasRole, NewAliasName);
+        for (int i = 0; i < n->childCount(); ++i) pending.push_back(n->child(i));
+    }
+}
+
 void TDLDBTree::RefreshDatabase(const QString& AliasName) {
     QTreeWidgetItem* node = FindNodeByAliasName(AliasName);
     if (!node) return;

@@ -46,6 +46,8 @@ public:
     void AddDatabase(TDLSQLiteDatabase& Database);
     // Removes the node and the hook; call it before the database is freed.
     void DeleteDatabase(TDLSQLiteDatabase& Database);
+    // The database's alias changed: its node and every node below it follow.
+    void RenameDatabase(const QString& OldAliasName, const QString& NewAliasName);
     // Brings the database's node in line with its metadata, keeping the
     // nodes (and their expansion and selection) of objects that are still
     // there. Nothing for an alias without a node. Raises "Could not connect
