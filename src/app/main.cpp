@@ -1,38 +1,94 @@
-// The brindle executable: start the engine, show the main window, open the
-// file named on the command line.
+// The brindle executable: hand the command line to a running instance when
+// that is wished, else start the engine and the main window.
 #include "engine/DLDatabase.h"
-#include "engine/DLSQLite3API.h"
+#include "engine/Exceptions.h"
 #include "schema/DLSQLiteParser.h"
+#include "shell/Globals.h"
+#include "shell/RegSettings.h"
 #include "shell/SCMain.h"
+#include "shell/SingleInstance.h"
+#include "shell/WindowPlacement.h"
 
 #include <QApplication>
-#include <QCursor>
 #include <QMessageBox>
+#include <QSocketNotifier>
 #include <QStyleFactory>
+
+#include <fcntl.h>
+#include <unistd.h>
+#include <csignal>
+
+namespace {
+
+int SignalPipe[2] = {-1, -1};
+
+void OnTerminate(int) {
+    const char byte = 1;
+    [[maybe_unused]] const ssize_t n = ::write(SignalPipe[1], &byte, 1);
+}
+
+}  // namespace
 
 int main(int argc, char* argv[]) {
     QApplication app(argc, argv);
     QApplication::setOrganizationName(QStringLiteral("Brindle"));
     QApplication::setApplicationName(QStringLiteral("Desk 3.x"));
+    QStringList args = QApplication::arguments();
+    args.removeFirst();
+
+    // A second start hands its arguments to the first and ends here, before
+    // any window exists. Should the meeting place fail, this one runs alone.
+    try {
+        if (brindle::InitSingleInstance(brindle::Settings(), args)) return 0;
+    } catch (const brindle::ECustomException&) {
+    }
+
     QApplication::setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
     // Statements are split and classified by the full parser from here on.
     brindle::InstallSQLParserServices();
-
     brindle::SetWaitCursorHook([](bool busy) {
         if (busy)
             QApplication::setOverrideCursor(Qt::WaitCursor);
         else
             QApplication::restoreOverrideCursor();
     });
-    if (!brindle::SQLite3Driver->sqlite3drv_load_library(brindle::SQLITE_INTERNAL_LIB)) {
-        QMessageBox::critical(nullptr, QStringLiteral("Brindle"), QStringLiteral("SQLite Library not loaded"));
-        return 1;
+    for (const char* form :
+         {"TfrmSCMain", "TfrmRecordEditor", "TfrmImageView", "TfrmMemoView", "TfrmBlobView", "TfrmDDLDiff"})
+        brindle::RegisterFormPlacement(QLatin1String(form));
+    brindle::InstallPlacementPersistence(brindle::Settings());
+
+    // The databases close with the global data, before the engine goes.
+    brindle::TGlobalData global;
+    brindle::TfrmSCMain window;
+    if (brindle::TSingleInstance* single = brindle::SingleInstance())
+        single->OneInstance().FOnShowApplication = [&window] {
+            window.setWindowState(window.windowState() & ~Qt::WindowMinimized);
+            window.show();
+            window.raise();
+            window.activateWindow();
+        };
+
+    // The end of a session, or kill, closes the window as the user would:
+    // open transactions are asked about and the settings saved.
+    std::unique_ptr<QSocketNotifier> terminate;
+    if (::pipe2(SignalPipe, O_CLOEXEC) == 0) {
+        terminate = std::make_unique<QSocketNotifier>(SignalPipe[0], QSocketNotifier::Read);
+        QObject::connect(terminate.get(), &QSocketNotifier::activated, &window, [&window] {
+            char byte = 0;
+            [[maybe_unused]] const ssize_t n = ::read(SignalPipe[0], &byte, 1);
+            window.close();
+        });
+        std::signal(SIGTERM, OnTerminate);
+        std::signal(SIGHUP, OnTerminate);
     }
 
-    brindle::TfrmSCMain window;
+    // An exception here stops the start, as the top-level handler reports it.
+    try {
+        window.Start(args);
+    } catch (const brindle::ECustomException& e) {
+        QMessageBox::critical(nullptr, QStringLiteral("Brindle"), e.message());
+        return 1;
+    }
     window.show();
-    QStringList args = QApplication::arguments();
-    args.removeFirst();
-    window.ProcessParams(args);
     return app.exec();
 }

@@ -1,48 +1,206 @@
 #include "SCMain.h"
 
+#include "FDialogs.h"
+#include "FOptions.h"
+#include "FileAssociations.h"
+#include "Globals.h"
+#include "LibraryChoice.h"
 #include "SCPaths.h"
+#include "SingleInstance.h"
 #include "data/DLRecData.h"
 #include "data/DLTable.h"
-#include "shell/RegSettings.h"
-#include "engine/DLObjectNames.h"
+#include "engine/DLDateTime.h"
 #include "engine/DLQuoteTools.h"
 #include "engine/DLSQLite3API.h"
 #include "engine/DLSQLiteDatabase.h"
+#include "engine/DLTypeMapping.h"
 #include "engine/Exceptions.h"
+#include "engine/SQLText.h"
+#include "schema/DLSQLiteMetadata.h"
+#include "widgets/DBTree.h"
 #include "widgets/DataSetModel.h"
+#include "workbench/Caches.h"
 
+#include <QAbstractEventDispatcher>
 #include <QAction>
 #include <QApplication>
-#include <QFileDialog>
+#include <QCloseEvent>
+#include <QDateTime>
+#include <QDir>
 #include <QFileInfo>
 #include <QFontDatabase>
 #include <QHBoxLayout>
 #include <QHeaderView>
+#include <QInputDialog>
 #include <QLabel>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QPlainTextEdit>
-#include <QSplitter>
+#include <QScreen>
+#include <QScrollBar>
+#include <QSettings>
 #include <QShortcut>
+#include <QSignalBlocker>
+#include <QSplitter>
 #include <QStatusBar>
 #include <QTabWidget>
 #include <QTableView>
+#include <QTimer>
 #include <QToolBar>
 #include <QTreeWidget>
 #include <QVBoxLayout>
 
 namespace brindle {
 
-TfrmSCMain::TfrmSCMain(QWidget* parent) : QMainWindow(parent) {
+namespace {
+
+// Colours are stored as 0x00BBGGRR.
+int ColorValue(const QColor& C) {
+    return C.red() | (C.green() << 8) | (C.blue() << 16);
+}
+QColor StoredColor(int Value) {
+    return QColor(Value & 0xFF, (Value >> 8) & 0xFF, (Value >> 16) & 0xFF);
+}
+
+TFontSetting FontSetting(const QFont& Font, const QColor& Color = Qt::black) {
+    TFontSetting s;
+    s.Name = Font.family();
+    s.Size = Font.pointSize() > 0 ? Font.pointSize() : 10;
+    s.Color = ColorValue(Color);
+    s.Style = (Font.bold() ? 1 : 0) | (Font.italic() ? 2 : 0) | (Font.underline() ? 4 : 0) |
+              (Font.strikeOut() ? 8 : 0);
+    s.Charset = 1;
+    return s;
+}
+
+QFont ToFont(const TFontSetting& S) {
+    QFont font(S.Name, S.Size > 0 ? S.Size : 10);
+    font.setBold(S.Style & 1);
+    font.setItalic(S.Style & 2);
+    font.setUnderline(S.Style & 4);
+    font.setStrikeOut(S.Style & 8);
+    return font;
+}
+
+// The fixed-width font of editors when none is chosen: the system's own at
+// ten points.
+QFont DefaultFixedFont() {
+    QFont font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+    font.setPointSize(10);
+    return font;
+}
+
+qint64 NowMSecs() {
+    return QDateTime::currentMSecsSinceEpoch();
+}
+
+QAction* MakeAction(QObject* Parent, const char* Name, const QString& Caption) {
+    auto* action = new QAction(Caption, Parent);
+    action->setObjectName(QLatin1String(Name));
+    return action;
+}
+
+}  // namespace
+
+TfrmSCMain::TfrmSCMain(QWidget* Parent)
+    : QMainWindow(Parent),
+      FDBCache(std::make_unique<TDBCache>()),
+      FColumnsCache(std::make_unique<TColumnsCache>()),
+      FRegistry(std::make_unique<TDatabaseRegistry>(GlobalData->MetaList(), *FDBCache, *FColumnsCache,
+                                                    static_cast<IRegistryHost&>(*this))) {
     setObjectName(QStringLiteral("TfrmSCMain"));
-    // Options set by hand beside the program, before any dataset exists.
+    FRegistry->FLastDatabaseDirectory = UserDataPath();
+    FFeatures.SetDefaultFeatures();
+
+    // Options set by hand beside the program, read before any dataset exists.
     const TStartupOptions startup = ReadStartupOptions(StartupOptionsFileName());
     FLogEnabled = startup.Log;
     FThumbnails = startup.Thumbnails;
+    FDataBufferSize = startup.DataBufferSize;
     SetDataBufferSize(startup.DataBufferSize);
-    setWindowTitle(ApplicationTitle());
-    resize(1000, 700);
 
+    // What stands when nothing is stored.
+    const QPalette palette = QApplication::palette();
+    FSettings.EvenColor = ColorValue(palette.color(QPalette::Base));
+    FSettings.OddColor = ColorValue(palette.color(QPalette::Button));
+    FSettings.DefaultFont = FontSetting(QApplication::font());
+    FSettings.EditorFont = FontSetting(DefaultFixedFont());
+    FSettings.LastDatabaseDirectory = UserDataPath();
+    FLibraryFileName = SQLite3Driver->sqlite3drv_filename();
+
+    CreateWidgets();
+    CreateActions();
+    CreateTimers();
+    setWindowTitle(ApplicationTitle());
+
+    GlobalData->FOnGetCurrentItem = [this] { return tvDatabases->FocusedObject(); };
+    GlobalData->FOnGetCurrentMetadata = [this] { return tvDatabases->FocusedMetadata(); };
+    GlobalData->FOnGetCurrentDataSet = [this]() -> TDLSQLDataSet* { return FDataTable.get(); };
+    TMetaList& list = GlobalData->MetaList();
+    list.OnAdded = [this](TDLSQLiteDatabase& Database) {
+        // A new database's node becomes the current one. Quietly: whether it
+        // connects now is the opener's decision, and the timer notices the
+        // move and refreshes the pages.
+        const QSignalBlocker quiet(tvDatabases);
+        tvDatabases->AddDatabase(Database);
+        tvDatabases->SelectDatabase(Database.AliasName());
+        ForceRefreshAll();
+    };
+    list.OnDeleting = [this](TDLSQLiteDatabase& Database) {
+        // The grid must let go of rows that the database holds.
+        if (FDataTable && FDataTable->Database() == &Database) CloseData();
+        tvDatabases->DeleteDatabase(Database);
+    };
+    list.OnRefreshMetadata = [this](const QString& AliasName) { tvDatabases->RefreshDatabase(AliasName); };
+
+    QDir().mkpath(GetCommonDataPath());
+    // Handed-over arguments are taken when the loop has nothing else to do.
+    if (QAbstractEventDispatcher* dispatcher = QAbstractEventDispatcher::instance())
+        FIdleConnection = connect(dispatcher, &QAbstractEventDispatcher::aboutToBlock, this, [this] {
+            if (!InstParams().isEmpty() && !FDrainPosted) {
+                FDrainPosted = true;
+                QMetaObject::invokeMethod(this, &TfrmSCMain::DrainInstParams, Qt::QueuedConnection);
+            }
+        });
+    FFocusConnection = connect(qApp, &QApplication::focusChanged, this, [this](QWidget*, QWidget* Now) {
+        if (Now == FLastActiveControl) return;
+        FLastActiveControl = Now;
+        UpdateControls();
+    });
+}
+
+TfrmSCMain::~TfrmSCMain() {
+    FClosing = true;
+    // The base class's destructor still moves the focus and may wait for
+    // events: this part of the object is gone by then.
+    disconnect(FIdleConnection);
+    disconnect(FFocusConnection);
+    // Nothing that outlives the window may call back into it.
+    GlobalData->ClearCallbacks();
+    TMetaList& list = GlobalData->MetaList();
+    list.OnAdded = nullptr;
+    list.OnDeleting = nullptr;
+    list.OnRefreshMetadata = nullptr;
+    for (int i = 0; i < list.GetMetadataCount(); ++i) {
+        TDLSQLiteDatabase& db = list.GetDatabase(i);
+        db.FOnProgress = nullptr;
+        db.AfterConnect = nullptr;
+        db.FAfterExecute = nullptr;
+        db.FAfterPrepare = nullptr;
+        db.FOnProfile = nullptr;
+        list.GetMetadata(i).FOnRecordCount = nullptr;
+    }
+    CloseData();
+}
+
+QString TfrmSCMain::ApplicationTitle() {
+    return QStringLiteral("Brindle " BRINDLE_VERSION);
+}
+
+// ---------------------------------------------------------------------------
+// Building the window
+
+void TfrmSCMain::CreateWidgets() {
     auto* central = new QWidget(this);
     auto* layout = new QVBoxLayout(central);
     auto* header = new QHBoxLayout;
@@ -54,249 +212,1105 @@ TfrmSCMain::TfrmSCMain(QWidget* parent) : QMainWindow(parent) {
     header->addWidget(lblLibrary);
     layout->addLayout(header);
 
-    auto* splitter = new QSplitter(Qt::Horizontal, central);
-    FTree = new QTreeWidget(splitter);
-    FTree->setObjectName(QStringLiteral("tvDatabases"));
-    FTree->setHeaderHidden(true);
-    FTree->setUniformRowHeights(true);
-    pcObject = new QTabWidget(splitter);
-    pcObject->setObjectName(QStringLiteral("pcObject"));
-    grdData = new QTableView(pcObject);
+    FSplitter = new QSplitter(Qt::Horizontal, central);
+    FSplitter->setObjectName(QStringLiteral("DBTree"));
+    tvDatabases = new TDLDBTree(GlobalData->MetaList(), FSplitter);
+    tvDatabases->setObjectName(QStringLiteral("tvDatabases"));
+    pcMain = new QTabWidget(FSplitter);
+    pcMain->setObjectName(QStringLiteral("pcMain"));
+
+    mmoDatabase = new QPlainTextEdit(pcMain);
+    mmoDatabase->setObjectName(QStringLiteral("mmoDatabase"));
+    mmoDatabase->setReadOnly(true);
+    tabDatabase = mmoDatabase;
+    mmoSQL = new QPlainTextEdit(pcMain);
+    mmoSQL->setObjectName(QStringLiteral("mmoSQL"));
+    tabSQL = mmoSQL;
+    grdData = new QTableView(pcMain);
     grdData->setObjectName(QStringLiteral("grdData"));
     grdData->setEditTriggers(QAbstractItemView::DoubleClicked | QAbstractItemView::EditKeyPressed |
                              QAbstractItemView::AnyKeyPressed);
     grdData->verticalHeader()->setDefaultSectionSize(grdData->fontMetrics().height() + 6);
     FDataModel = new TDataSetModel(this);
     grdData->setModel(FDataModel);
+    tabData = grdData;
+    tvFields = new QTreeWidget(pcMain);
+    tvFields->setObjectName(QStringLiteral("tvFields"));
+    tvFields->setRootIsDecorated(false);
+    tvFields->setHeaderLabels({QStringLiteral("Name"), QStringLiteral("Type"), QStringLiteral("Not Null"),
+                               QStringLiteral("Default"), QStringLiteral("Primary Key")});
+    tabDesign = tvFields;
+    mmoDDL = new QPlainTextEdit(pcMain);
+    mmoDDL->setObjectName(QStringLiteral("mmoDDL"));
+    mmoDDL->setReadOnly(true);
+    mmoDDL->setLineWrapMode(QPlainTextEdit::NoWrap);
+    tabDDL = mmoDDL;
+    mmoLog = new QPlainTextEdit(pcMain);
+    mmoLog->setObjectName(QStringLiteral("mmoLog"));
+    mmoLog->setReadOnly(true);
+    tabLog = mmoLog;
+    pcMain->addTab(tabDatabase, QStringLiteral("Database"));
+    pcMain->addTab(tabSQL, QStringLiteral("SQL"));
+    pcMain->addTab(tabData, QStringLiteral("Data"));
+    pcMain->addTab(tabDesign, QStringLiteral("Design"));
+    pcMain->addTab(tabDDL, QStringLiteral("DDL"));
+    pcMain->addTab(tabLog, QStringLiteral("Log"));
+    pcMain->setTabVisible(pcMain->indexOf(tabLog), FLogEnabled);
+    for (QPlainTextEdit* editor : {mmoSQL, mmoDDL}) editor->setFont(DefaultFixedFont());
+
+    FSplitter->setStretchFactor(0, 1);
+    FSplitter->setStretchFactor(1, 3);
+    FSplitter->setSizes({300, 900});
+    layout->addWidget(FSplitter, 1);
+    setCentralWidget(central);
+
+    spTransaction = new QLabel(this);
+    spRowsAffected = new QLabel(this);
+    spRecordCount = new QLabel(this);
+    spStatus = new QLabel(this);
+    spTransaction->setObjectName(QStringLiteral("spTransaction"));
+    for (QLabel* panel : {spTransaction, spRowsAffected, spRecordCount})
+        statusBar()->addPermanentWidget(panel);
+    statusBar()->addWidget(spStatus, 1);
+
+    connect(tvDatabases, &QTreeWidget::currentItemChanged, this, [this] { FocusedNodeChanged(); });
+    connect(tvDatabases, &QTreeWidget::itemExpanded, this, [this](QTreeWidgetItem* Node) {
+        // Expanding a database that is not connected connects it.
+        TDLSQLiteMetadata* md = tvDatabases->NodeMetadata(Node);
+        if (md && md->SQLiteDatabase() && !md->SQLiteDatabase()->Connected())
+            Guard([&] { md->SQLiteDatabase()->SetConnected(true); });
+    });
+    connect(tvDatabases, &TDLDBTree::FilesDropped, this, [this](const QStringList& Files) {
+        for (const QString& file : Files)
+            if (TDatabaseRegistry::IsValidDatabase(file))
+                Guard([&] { OpenDatabase(file, FRegistry->PickAlias(file)); });
+    });
+    connect(pcMain, &QTabWidget::currentChanged, this, [this] {
+        spRowsAffected->clear();
+        if (pcMain->currentWidget() == tabData && !FDataTable) ShowData();
+        AsyncUpdateControls();
+        spStatus->clear();
+    });
     // A refused edit stays in its row until it is mended or dropped (Esc).
-    connect(FDataModel, &TDataSetModel::PostFailed, this, [this](const QString& message) { ShowError(message); });
+    connect(FDataModel, &TDataSetModel::PostFailed, this,
+            [this](const QString& Message) { ShowError(Message); });
     auto* cancel = new QShortcut(QKeySequence(Qt::Key_Escape), grdData, nullptr, nullptr, Qt::WidgetShortcut);
     connect(cancel, &QShortcut::activated, FDataModel, &TDataSetModel::CancelEdit);
     // Ctrl+End goes to the true last row, reading the result to its end.
-    auto* toEnd = new QShortcut(QKeySequence(Qt::CTRL | Qt::Key_End), grdData, nullptr, nullptr, Qt::WidgetShortcut);
+    auto* toEnd =
+        new QShortcut(QKeySequence(Qt::CTRL | Qt::Key_End), grdData, nullptr, nullptr, Qt::WidgetShortcut);
     connect(toEnd, &QShortcut::activated, this, [this] {
         FDataModel->FetchAll();
         if (const int rows = FDataModel->rowCount(); rows > 0) {
-            const QModelIndex last = FDataModel->index(rows - 1, std::max(0, grdData->currentIndex().column()));
+            const QModelIndex last =
+                FDataModel->index(rows - 1, std::max(0, grdData->currentIndex().column()));
             grdData->setCurrentIndex(last);
             grdData->scrollTo(last);
         }
     });
-    mmoDDL = new QPlainTextEdit(pcObject);
-    mmoDDL->setObjectName(QStringLiteral("mmoDDL"));
-    mmoDDL->setReadOnly(true);
-    mmoDDL->setLineWrapMode(QPlainTextEdit::NoWrap);
-    mmoDDL->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
-    pcObject->addTab(mmoDDL, tr("DDL"));
-    pcObject->addTab(grdData, tr("Data"));
-    splitter->setStretchFactor(0, 1);
-    splitter->setStretchFactor(1, 2);
-    splitter->setSizes({320, 680});
-    layout->addWidget(splitter, 1);
-    setCentralWidget(central);
-    connect(FTree, &QTreeWidget::currentItemChanged, this, [this](QTreeWidgetItem* item) {
-        ShowObjectDDL(item);
-        ShowObjectData(item);
-    });
-
-    CreateActions();
-    RefreshHeader();
-    statusBar();
-}
-
-TfrmSCMain::~TfrmSCMain() {
-    // The grid's model is a child and outlives the members: it must let go
-    // of the dataset before the dataset goes.
-    FDataModel->SetDataSet(nullptr);
-}
-
-QString TfrmSCMain::ApplicationTitle() {
-    QString title = QStringLiteral("Brindle " BRINDLE_VERSION);
-    if (SQLite3Driver && SQLite3Driver->sqlite3drv_driver_present())
-        title += QStringLiteral(" - SQLite ") + SQLite3Driver->sqlite3drv_libversion();
-    return title;
 }
 
 void TfrmSCMain::CreateActions() {
-    QMenu* file = menuBar()->addMenu(tr("&File"));
-    QToolBar* bar = addToolBar(tr("Main"));
+    QMenu* file = menuBar()->addMenu(QStringLiteral("&File"));
+    QMenu* database = menuBar()->addMenu(QStringLiteral("&Database"));
+    miTransaction = menuBar()->addMenu(QStringLiteral("&Transaction"));
+    miTransaction->setObjectName(QStringLiteral("miTransaction"));
+    QMenu* tools = menuBar()->addMenu(QStringLiteral("T&ools"));
+    QToolBar* bar = addToolBar(QStringLiteral("Main"));
     bar->setObjectName(QStringLiteral("tbMain"));
 
-    acOpenDatabase = new QAction(tr("&Open Database..."), this);
-    acOpenDatabase->setObjectName(QStringLiteral("acOpenDatabase"));
+    acCreateDatabase = MakeAction(this, "acCreateDatabase", QStringLiteral("&New Database"));
+    acCreateDatabase->setShortcut(QKeySequence::New);
+    acOpenDatabase = MakeAction(this, "acOpenDatabase", QStringLiteral("&Open Database"));
     acOpenDatabase->setShortcut(QKeySequence::Open);
-    connect(acOpenDatabase, &QAction::triggered, this, &TfrmSCMain::acOpenDatabaseExecute);
-
-    acOpenDemoDatabase = new QAction(tr("Open &Demo Database"), this);
-    acOpenDemoDatabase->setObjectName(QStringLiteral("acOpenDemoDatabase"));
-    connect(acOpenDemoDatabase, &QAction::triggered, this, &TfrmSCMain::acOpenDemoDatabaseExecute);
-
-    acCloseDatabase = new QAction(tr("&Close Database"), this);
-    acCloseDatabase->setObjectName(QStringLiteral("acCloseDatabase"));
-    connect(acCloseDatabase, &QAction::triggered, this, &TfrmSCMain::CloseDatabase);
-
-    acRefresh = new QAction(tr("&Refresh"), this);
-    acRefresh->setObjectName(QStringLiteral("acRefresh"));
-    acRefresh->setShortcut(QKeySequence::Refresh);
-    connect(acRefresh, &QAction::triggered, this, &TfrmSCMain::RefreshTree);
-
-    acFileExit = new QAction(tr("E&xit"), this);
-    acFileExit->setObjectName(QStringLiteral("acFileExit"));
+    acOpenDemoDatabase = MakeAction(this, "acOpenDemoDatabase", QStringLiteral("Open &Demo Database"));
+    miRecentDatabases = new QMenu(QStringLiteral("&Reopen Database..."), this);
+    miRecentDatabases->setObjectName(QStringLiteral("miRecentDatabases"));
+    acOpenRecentDatabase = miRecentDatabases->menuAction();
+    acOpenRecentDatabase->setObjectName(QStringLiteral("acOpenRecentDatabase"));
+    acCloseDatabase = MakeAction(this, "acCloseDatabase", QStringLiteral("Close Data&base"));
+    acCloseAllDatabases = MakeAction(this, "acCloseAllDatabases", QStringLiteral("C&lose All Databases"));
+    acEditDatabaseRegistration =
+        MakeAction(this, "acEditDatabaseRegistration", QStringLiteral("&Edit Registration"));
+    acRefreshDatabase = MakeAction(this, "acRefreshDatabase", QStringLiteral("Re&fresh"));
+    acRefreshDatabase->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_R));
+    acAttachDatabase = MakeAction(this, "acAttachDatabase", QStringLiteral("&Attach Database"));
+    miAttachedDatabases = new QMenu(QStringLiteral("Detach Database"), this);
+    acDetachDatabase = miAttachedDatabases->menuAction();
+    acDetachDatabase->setObjectName(QStringLiteral("acDetachDatabase"));
+    acBeginTransaction = MakeAction(this, "acBeginTransaction", QStringLiteral("&Begin Transaction"));
+    acCommit = MakeAction(this, "acCommit", QStringLiteral("&Commit"));
+    acRollback = MakeAction(this, "acRollback", QStringLiteral("&Rollback"));
+    acSavepoint = MakeAction(this, "acSavepoint", QStringLiteral("&Savepoint"));
+    miReleaseSavepoints = new QMenu(QStringLiteral("Release..."), this);
+    acReleaseSavepoint = miReleaseSavepoints->menuAction();
+    acReleaseSavepoint->setObjectName(QStringLiteral("acReleaseSavepoint"));
+    miRollbackToSavepoints = new QMenu(QStringLiteral("Rollback to..."), this);
+    acRollbackToSavepoint = miRollbackToSavepoints->menuAction();
+    acRollbackToSavepoint->setObjectName(QStringLiteral("acRollbackToSavepoint"));
+    acOptions = MakeAction(this, "acOptions", QStringLiteral("&Options..."));
+    acFileExit = MakeAction(this, "acFileExit", QStringLiteral("E&xit"));
     acFileExit->setShortcut(QKeySequence::Quit);
+    acRefreshData = MakeAction(this, "acRefreshData", QStringLiteral("Refresh &Data"));
+    acRefreshData->setShortcut(QKeySequence::Refresh);
+
+    connect(acCreateDatabase, &QAction::triggered, this,
+            [this] { Guard([this] { acCreateDatabaseExecute(); }); });
+    connect(acOpenDatabase, &QAction::triggered, this,
+            [this] { Guard([this] { acOpenDatabaseExecute(); }); });
+    connect(acOpenDemoDatabase, &QAction::triggered, this,
+            [this] { Guard([this] { OpenDatabase(GetDemoDatabasePath()); }); });
+    connect(acCloseDatabase, &QAction::triggered, this,
+            [this] { Guard([this] { CloseDatabase(CurrentDatabase()); }); });
+    connect(acCloseAllDatabases, &QAction::triggered, this,
+            [this] { Guard([this] { acCloseAllDatabasesExecute(); }); });
+    connect(acEditDatabaseRegistration, &QAction::triggered, this,
+            [this] { Guard([this] { acEditDatabaseRegistrationExecute(); }); });
+    connect(acRefreshDatabase, &QAction::triggered, this, [this] {
+        FDBPropsChanged = true;
+        Guard([this] { RefreshCurrentDatabase(); });
+        AsyncUpdateControls();
+    });
+    connect(acRefreshData, &QAction::triggered, this, [this] {
+        CloseData();
+        ShowData();
+    });
+    connect(acAttachDatabase, &QAction::triggered, this,
+            [this] { Guard([this] { acAttachDatabaseExecute(); }); });
+    connect(acBeginTransaction, &QAction::triggered, this, [this] {
+        Guard([this] {
+            TDLSQLiteDatabase* db = CurrentDatabase();
+            if (db && db->GetStatus() == dsConnected && !db->GetInTransaction()) db->BeginTransaction();
+        });
+        AsyncUpdateControls();
+    });
+    connect(acCommit, &QAction::triggered, this, [this] {
+        Guard([this] {
+            TDLSQLiteDatabase* db = CurrentDatabase();
+            if (db && db->GetStatus() == dsConnected && db->GetInTransaction()) db->Commit();
+        });
+        AsyncUpdateControls();
+    });
+    connect(acRollback, &QAction::triggered, this, [this] {
+        Guard([this] {
+            TDLSQLiteDatabase* db = CurrentDatabase();
+            if (!db || db->GetStatus() != dsConnected || !db->GetInTransaction()) return;
+            db->Rollback();
+            RefreshCurrentDatabase();
+        });
+        AsyncUpdateControls();
+    });
+    connect(acSavepoint, &QAction::triggered, this, [this] { Guard([this] { acSavepointExecute(); }); });
+    connect(acOptions, &QAction::triggered, this, [this] { Guard([this] { acOptionsExecute(); }); });
     connect(acFileExit, &QAction::triggered, this, &QWidget::close);
 
+    connect(miRecentDatabases, &QMenu::aboutToShow, this, &TfrmSCMain::RefreshRecentMenu);
+    connect(miAttachedDatabases, &QMenu::aboutToShow, this, [this] {
+        miAttachedDatabases->clear();
+        TDLSQLiteDatabase* db = ConnectedCurrent();
+        if (!db) return;
+        const int width = screen() ? screen()->geometry().width() / 2 : 600;
+        for (int i = 0; i < db->AttachedDatabaseCount(); ++i) {
+            const QString name = db->AttachedDatabases(i);
+            const QString fileName =
+                fontMetrics().elidedText(db->GetAttachedFileName(name), Qt::ElideMiddle, width);
+            QAction* entry = miAttachedDatabases->addAction(QStringLiteral("%1 (%2)").arg(name, fileName));
+            connect(entry, &QAction::triggered, this, [this, db, name] {
+                Guard([&] {
+                    db->Execute(QStringLiteral("detach %1").arg(QuoteIdentifier(name)));
+                    RefreshCurrentDatabase();
+                });
+            });
+        }
+    });
+    auto savepointMenu = [this](QMenu* Menu, bool Release) {
+        connect(Menu, &QMenu::aboutToShow, this, [this, Menu, Release] {
+            Menu->clear();
+            TDLSQLiteDatabase* db = ConnectedCurrent();
+            if (!db) return;
+            for (int i = db->SavepointCount() - 1; i >= 0; --i) {
+                const QString name = db->Savepoints(i);
+                connect(Menu->addAction(name), &QAction::triggered, this, [this, db, name, Release] {
+                    Guard([&] {
+                        if (Release) {
+                            db->Execute(QStringLiteral("RELEASE ") + QuoteIdentifier(name));
+                            CloseData();
+                            ShowData();
+                        } else {
+                            db->Execute(QStringLiteral("rollback to ") + QuoteIdentifier(name));
+                            RefreshCurrentDatabase();
+                        }
+                    });
+                    AsyncUpdateControls();
+                });
+            }
+        });
+    };
+    savepointMenu(miReleaseSavepoints, true);
+    savepointMenu(miRollbackToSavepoints, false);
+
+    file->addAction(acCreateDatabase);
     file->addAction(acOpenDatabase);
     file->addAction(acOpenDemoDatabase);
-    file->addAction(acCloseDatabase);
+    file->addMenu(miRecentDatabases);
     file->addSeparator();
-    file->addAction(acRefresh);
+    file->addAction(acCloseDatabase);
+    file->addAction(acCloseAllDatabases);
     file->addSeparator();
     file->addAction(acFileExit);
-    bar->addAction(acOpenDatabase);
-    bar->addAction(acOpenDemoDatabase);
-    bar->addAction(acRefresh);
+    database->addAction(acRefreshDatabase);
+    database->addAction(acEditDatabaseRegistration);
+    database->addSeparator();
+    database->addAction(acAttachDatabase);
+    database->addMenu(miAttachedDatabases);
+    database->addSeparator();
+    database->addAction(acRefreshData);
+    miTransaction->addAction(acBeginTransaction);
+    miTransaction->addAction(acCommit);
+    miTransaction->addAction(acRollback);
+    miTransaction->addSeparator();
+    miTransaction->addAction(acSavepoint);
+    miTransaction->addMenu(miReleaseSavepoints);
+    miTransaction->addMenu(miRollbackToSavepoints);
+    tools->addAction(acOptions);
+    for (QAction* a : {acCreateDatabase, acOpenDatabase, acCloseDatabase, acRefreshDatabase})
+        bar->addAction(a);
+    bar->addSeparator();
+    for (QAction* a : {acBeginTransaction, acCommit, acRollback}) bar->addAction(a);
+
+    // The tree's own menu: one list for every kind of node, each entry
+    // gated by the rule table.
+    tvDatabases->setContextMenuPolicy(Qt::ActionsContextMenu);
+    for (QAction* a : {acRefreshDatabase, acEditDatabaseRegistration, acCloseDatabase, acCloseAllDatabases,
+                       acAttachDatabase, acDetachDatabase})
+        tvDatabases->addAction(a);
+}
+
+void TfrmSCMain::CreateTimers() {
+    auto make = [this](const char* Name, int Interval, auto Slot) {
+        auto* timer = new QTimer(this);
+        timer->setObjectName(QLatin1String(Name));
+        timer->setInterval(Interval);
+        connect(timer, &QTimer::timeout, this, Slot);
+        return timer;
+    };
+    // A cached read statement must not keep its lock once a lock error
+    // was seen.
+    tmUnlock = make("tmUnlock", 200, [this] {
+        TDLSQLiteDatabase* db = CurrentDatabase();
+        if (db && db->Connected() && db->GetLastLockTime() > 0 &&
+            NowAsDateTime() - db->GetLastLockTime() > 1.0 / 86400.0)
+            db->ResetHandles();
+    });
+    // Keyboard moves in the tree that no signal reported.
+    tmFocusedChanged = make("tmFocusedChanged", 200, [this] {
+        if (tvDatabases->currentItem() != FOldFocusedNode && !FCreatingView && !FCreatingTable &&
+            !FCreatingVirtualTable)
+            ForceRefreshAll();
+    });
+    tmRecordCount = make("tmRecordCount", 100, [this] {
+        const qint64 now = NowMSecs();
+        if (FLastRefreshTime < FLastModifiedTime && now - FLastModifiedTime > 333) {
+            tvDatabases->UpdateRecordCounts();
+            FLastRefreshTime = now;
+        }
+    });
+    tmVersionCheck = make("tmVersionCheck", 300000, [this] {
+        tmVersionCheck->stop();
+        tmVersionCheck->setInterval(300000);
+        tmVersionCheck->start();
+    });
+    tmUnlock->start();
+    tmFocusedChanged->start();
+    tmRecordCount->start();
+}
+
+// ---------------------------------------------------------------------------
+// Start and close
+
+void TfrmSCMain::Start(const QStringList& Params) {
+    LoadSettings();
+    ProcessParams(Params);
+    FInitialized = true;
+    AsyncUpdateControls();
 }
 
 void TfrmSCMain::ProcessParams(const QStringList& Params) {
+    // The program has no switches: anything but one file is ignored.
     if (Params.size() != 1) return;
     const QString file = Params.front();
     if (!QFileInfo::exists(file)) return;
-    try {
-        OpenDatabase(file);
-    } catch (const ECustomException& e) {
-        ShowError(e.message());
-    }
-}
-
-void TfrmSCMain::OpenDatabase(const QString& FileName) {
-    auto db = std::make_unique<TDLSQLiteDatabase>();
-    db->SetFileName(FileName);
-    db->SetAliasName(QFileInfo(FileName).completeBaseName());
-    db->SetConnected(true);
-    CloseDatabase();
-    FDatabase = std::move(db);
-    RefreshTree();
-}
-
-void TfrmSCMain::CloseDatabase() {
-    FDataModel->SetDataSet(nullptr);
-    FDataQuery.reset();
-    FDatabase.reset();
-    RefreshTree();
-}
-
-void TfrmSCMain::RefreshTree() {
-    FTree->clear();
-    mmoDDL->clear();
-    if (FDatabase && FDatabase->Connected()) {
-        TObjectNames names;
-        try {
-            names = GetObjectNames(*FDatabase);
-        } catch (const ECustomException& e) {
-            ShowError(e.message());
+    Guard([&] {
+        if (TDLSQLiteDatabase* db = OpenDatabase(file)) {
+            tvDatabases->SelectDatabase(db->AliasName());
+            tvDatabases->SetExpanded(db->AliasName(), true);
         }
-        auto* root = new QTreeWidgetItem(FTree, {FDatabase->AliasName()});
-        root->setToolTip(0, FDatabase->FileName());
-        // Tables and views show their rows on the Data page.
-        auto addGroup = [root](const QString& caption, const QStringList& items, bool rows) {
-            if (items.isEmpty()) return;
-            auto* group = new QTreeWidgetItem(root, {QStringLiteral("%1 (%2)").arg(caption).arg(items.size())});
-            for (const QString& n : items) {
-                auto* node = new QTreeWidgetItem(group, {n});
-                node->setData(0, Qt::UserRole, n);
-                if (rows) node->setData(0, Qt::UserRole + 1, QStringLiteral("rows"));
-            }
-        };
-        addGroup(tr("Tables"), names.Tables, true);
-        addGroup(tr("Virtual Tables"), names.VirtualTables, true);
-        addGroup(tr("Views"), names.Views, true);
-        addGroup(tr("Indexes"), names.Indexes, false);
-        addGroup(tr("Triggers"), names.Triggers, false);
-        FTree->expandAll();
+    });
+}
+
+void TfrmSCMain::DrainInstParams() {
+    FDrainPosted = false;
+    // Not behind a modal dialog nor during a design edit: the list waits.
+    if (QApplication::activeModalWidget() || FEditingTable || FEditingView || FEditingVirtualTable) return;
+    const QWidget* active = QApplication::activeWindow();
+    if (active && active != this) return;
+    while (!InstParams().isEmpty()) ProcessParams(InstParams().takeFirst());
+}
+
+void TfrmSCMain::showEvent(QShowEvent* Event) {
+    QMainWindow::showEvent(Event);
+    if (FStarted) return;
+    FStarted = true;
+    ForceRefreshAll();
+    tmVersionCheck->start();
+}
+
+void TfrmSCMain::closeEvent(QCloseEvent* Event) {
+    if ((FEditingTable || FEditingView || FEditingVirtualTable) &&
+        !Confirm(QStringLiteral("Exit without applying changes?"))) {
+        Event->ignore();
+        return;
     }
+    TMetaList& list = GlobalData->MetaList();
+    for (int i = 0; i < list.GetMetadataCount(); ++i) {
+        bool mayClose = false;
+        Guard([&] { mayClose = FRegistry->CheckActiveTransaction(&list.GetDatabase(i)); });
+        if (!mayClose) {
+            Event->ignore();
+            return;
+        }
+    }
+    Guard([this] { SaveSettings(); });
+    FClosing = true;
+    Event->accept();
+}
+
+// ---------------------------------------------------------------------------
+// Settings
+
+void TfrmSCMain::LoadSettings() {
+    QSettings& store = Settings();
+    TProgramSettings& s = FSettings;
+    s.LastEncoding = FRegistry->FLastEncoding;
+    ReadProgramSettings(store, s, UserDataPath());
+
+    tvDatabases->SetShowRecordCounts(s.ShowRecordCounts);
+    // The library first: everything after it needs the engine.
+    if (!SameDriverName(s.LibraryFileName, SQLite3Driver->sqlite3drv_filename()) ||
+        !SQLite3Driver->sqlite3drv_driver_present())
+        FLibraryFileName = LoadSQLiteLibrary(s.LibraryFileName, [this](const QString& m) { ShowError(m); });
+    else
+        FLibraryFileName = SQLite3Driver->sqlite3drv_filename();
+    FRegistry->FUnicodeEncoding = s.Unicode;
+    SetQuoteChars(s.QuoteChars);
+    ReadTypeMappings(store, DefaultTypeMappings());
+    if (s.RememberOpenDatabases) {
+        ReadDBCache(store, *FDBCache);
+        FRegistry->LoadDatabases(store);
+    }
+    FFeatures.Load(store);
+    mmoSQL->setPlainText(s.SQLTexts.value(0));
+
+    ApplySettings();
+    FRegistry->FLastEncoding = s.LastEncoding;
+    FRegistry->FLastDatabaseDirectory = s.LastDatabaseDirectory;
+    if (!s.CurrentAlias.isEmpty()) SelectObject(s.CurrentAlias, s.CurrentObject);
+    FRegistry->FRecentDatabases = s.RecentDatabases;
+    FRegistry->CleanupRecentDatabases();
+    FColumnsCache->LoadFromIniFile(store, QStringLiteral("Columns"));
     RefreshHeader();
 }
 
-void TfrmSCMain::ShowObjectDDL(QTreeWidgetItem* item) {
-    QString ddl;
-    const QString name = item ? item->data(0, Qt::UserRole).toString() : QString();
-    if (FDatabase && FDatabase->Connected() && !name.isEmpty()) {
-        try {
-            ddl = FDatabase->GetObjectDDL(QStringLiteral("main"), name);
-        } catch (const ECustomException& e) {
-            ddl = e.message();
-        }
+void TfrmSCMain::ApplySettings() {
+    const TProgramSettings& s = FSettings;
+    EditorWordWrap = s.EditorWordWrap;
+    EditorTabWidth = s.EditorTabWidth;
+    const int width = s.LayoutValues.value(QStringLiteral("DBTree.Width"), -1);
+    if (width > 0) FSplitter->setSizes({width, std::max(200, FSplitter->width() - width)});
+    const int page = s.LayoutValues.value(QStringLiteral("SelectedPage"), -1);
+    if (page >= 0 && page < pcMain->count()) pcMain->setCurrentIndex(page);
+
+    // A stored fixed font counts only under the two names older versions
+    // wrote; anything else gives the default. The editor font goes over it.
+    QFont fixed = DefaultFixedFont();
+    if (s.FixedFontStored &&
+        (s.FixedFont.Name == QLatin1String("Consolas") || s.FixedFont.Name == QLatin1String("Coorier New")))
+        fixed = ToFont(s.FixedFont);
+    const QFont editor = s.EditorFont.Name.isEmpty() ? fixed : ToFont(s.EditorFont);
+    for (QPlainTextEdit* e : {mmoSQL, mmoDDL}) {
+        e->setFont(editor);
+        e->setLineWrapMode(s.EditorWordWrap ? QPlainTextEdit::WidgetWidth : QPlainTextEdit::NoWrap);
+        e->setTabStopDistance(s.EditorTabWidth * QFontMetricsF(editor).horizontalAdvance(u' '));
     }
-    // Indexes made for constraints have no text of their own.
-    mmoDDL->setPlainText(ddl);
+    if (!s.DefaultFont.Name.isEmpty()) setFont(ToFont(s.DefaultFont));
+
+    grdData->setAlternatingRowColors(s.AlternateBackColor);
+    QPalette palette = grdData->palette();
+    palette.setColor(QPalette::Base, StoredColor(s.OddColor));
+    palette.setColor(QPalette::AlternateBase, StoredColor(s.EvenColor));
+    grdData->setPalette(palette);
+    grdData->verticalHeader()->setVisible(s.ShowRecordNumbers);
+    grdData->setSelectionBehavior(s.CellSelect ? QAbstractItemView::SelectItems
+                                               : QAbstractItemView::SelectRows);
+    grdData->verticalScrollBar()->setTracking(s.ThumbTracking);
+    if (QToolBar* bar = findChild<QToolBar*>(QStringLiteral("tbMain"))) {
+        bar->setVisible(s.ToolbarVisible && s.Bars.value(QStringLiteral("tbMain")).Visible);
+        bar->setIconSize(s.UseLargeIcons ? QSize(32, 32) : QSize(16, 16));
+    }
 }
 
-void TfrmSCMain::ShowObjectData(QTreeWidgetItem* item) {
-    FDataModel->SetDataSet(nullptr);
-    FDataQuery.reset();
-    const QString name = item ? item->data(0, Qt::UserRole).toString() : QString();
-    const QString kind = item ? item->data(0, Qt::UserRole + 1).toString() : QString();
-    if (!FDatabase || !FDatabase->Connected() || name.isEmpty() || kind != QLatin1String("rows")) return;
-    auto query = std::make_unique<TDLTable>();
-    query->SetDatabase(FDatabase.get());
-    query->SetTableName(name);
-    try {
-        query->Open();
-    } catch (const ECustomException& e) {
-        ShowError(e.message());
-        return;
+void TfrmSCMain::CollectSettings() {
+    TProgramSettings& s = FSettings;
+    s.LayoutValues[QStringLiteral("DBTree.Width")] = FSplitter->sizes().value(0);
+    s.LayoutValues[QStringLiteral("SelectedPage")] = pcMain->currentIndex();
+    s.Monitor = std::max<qsizetype>(0, QGuiApplication::screens().indexOf(screen()));
+    if (s.SQLTexts.isEmpty()) s.SQLTexts << QString();
+    s.SQLTexts[0] = mmoSQL->toPlainText();
+    s.SQLTabCount = s.SQLTexts.size();
+    s.ShowRecordCounts = tvDatabases->ShowRecordCounts();
+    s.CurrentAlias = GlobalData->CurrentAlias();
+    s.CurrentObject = GlobalData->CurrentItemName();
+    s.RecentDatabases = FRegistry->FRecentDatabases;
+    s.LastDatabaseDirectory = FRegistry->FLastDatabaseDirectory;
+    s.LastEncoding = FRegistry->FLastEncoding;
+    s.Unicode = FRegistry->FUnicodeEncoding;
+    s.LibraryFileName = FLibraryFileName;
+    s.DefaultFont = FontSetting(font());
+    s.EditorFont = FontSetting(mmoSQL->font());
+    if (const QToolBar* bar = findChild<QToolBar*>(QStringLiteral("tbMain"))) {
+        TBarLayout& layout = s.Bars[bar->objectName()];
+        layout.Row = 0;
+        layout.Left = bar->x();
+        layout.Visible = !bar->isHidden();
     }
-    FDataQuery = std::move(query);
-    FDataModel->SetDataSet(FDataQuery.get());
+}
+
+void TfrmSCMain::SaveSettings() {
+    CollectSettings();
+    QSettings& store = Settings();
+    // A value not written again is gone: the sections start empty.
+    for (const QString& section : kErasedSections) store.remove(section);
+    WriteProgramSettings(store, FSettings);
+    FRegistry->SaveDatabases(store);
+    FDBCache->Compact();
+    WriteDBCache(store, *FDBCache);
+    WriteTypeMappings(store, DefaultTypeMappings());
+    FFeatures.Save(store);
+    FColumnsCache->SaveToIniFile(store, QStringLiteral("Columns"));
+    store.sync();
+}
+
+// ---------------------------------------------------------------------------
+// Refreshing
+
+void TfrmSCMain::ForceRefreshAll() {
+    FOldFocusedNode = tvDatabases->currentItem();
+    if (!FStarted || FNeedRefreshAll) return;
+    FNeedRefreshAll = true;
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            FNeedRefreshAll = false;
+            RefreshAll();
+        },
+        Qt::QueuedConnection);
+}
+
+void TfrmSCMain::AsyncUpdateControls() {
+    if (FNeedUpdateControls) return;
+    FNeedUpdateControls = true;
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            FNeedUpdateControls = false;
+            UpdateControls();
+        },
+        Qt::QueuedConnection);
+}
+
+void TfrmSCMain::RefreshAll() {
+    if (!SQLite3Driver->sqlite3drv_driver_present()) return;
+    RefreshHeader();
+    CloseData();
+    RefreshDesign();
+    RefreshDatabaseInfo();
+    AsyncUpdateControls();
+    FOldFocusedNode = tvDatabases->currentItem();
+    if (pcMain->currentWidget() == tabData) ShowData();
+}
+
+void TfrmSCMain::RefreshCurrentDatabase(const QString& AliasName, const QString& ObjectName) {
+    FRegistry->RefreshCurrentDatabase(AliasName, ObjectName);
+}
+
+void TfrmSCMain::RefreshAlias(const QString& AliasName) {
+    Guard([&] { GlobalData->MetaList().RefreshMetadata(AliasName); });
+    RefreshDatabaseInfo();
+    AsyncUpdateControls();
+    tvDatabases->viewport()->update();
+}
+
+QString TfrmSCMain::HeaderText() const {
+    return lblHeader->text();
 }
 
 void TfrmSCMain::RefreshHeader() {
-    if (FDatabase)
-        lblHeader->setText(QStringLiteral("Database: ") + FDatabase->AliasName() + QStringLiteral("   File: ") +
-                           FDatabase->FileName());
-    else
-        lblHeader->setText(QStringLiteral("No database"));
-    QString lib;
-    if (SQLite3Driver && SQLite3Driver->sqlite3drv_driver_present()) {
-        const QString file = SQLite3Driver->sqlite3drv_filename();
-        lib = QStringLiteral("SQLite Library: %1 version %2")
-                  .arg(file == SQLITE_INTERNAL_LIB ? QStringLiteral("[internal]") : QFileInfo(file).fileName(),
-                       SQLite3Driver->sqlite3drv_libversion());
+    const QString alias = GlobalData->CurrentAlias();
+    const QString name = QFileInfo(GlobalData->CurrentItemName()).fileName();
+    QString bare = name;
+    if (TMetadataBaseItem* item = GlobalData->GetCurrentItem()) bare = item->GetName().section(u'.', 1);
+    if (bare.isEmpty()) bare = name;
+    QString text;
+    switch (GlobalData->CurrentItemType()) {
+        case itDatabase:
+            text = QStringLiteral("Database: ") + alias;
+            break;
+        case itTable:
+            text = QStringLiteral("Database: %1   Table: %2").arg(alias, bare);
+            break;
+        case itVirtualTable:
+            text = QStringLiteral("Database: %1   Virtual Table: %2").arg(alias, bare);
+            break;
+        case itShadowTable:
+            text = QStringLiteral("Database: %1   Shadow Table: %2").arg(alias, bare);
+            break;
+        case itView:
+            text = QStringLiteral("Database: %1   View: %2").arg(alias, bare);
+            break;
+        default:
+            text = QStringLiteral("No database");
     }
-    lblLibrary->setText(lib);
-    acCloseDatabase->setEnabled(FDatabase != nullptr);
-    setWindowTitle(ApplicationTitle());
+    QString library;
+    if (SQLite3Driver->sqlite3drv_driver_present()) {
+        const QString file = SQLite3Driver->sqlite3drv_filename();
+        library =
+            QStringLiteral("SQLite Library: %1 version %2")
+                .arg(file == SQLITE_INTERNAL_LIB ? QStringLiteral("[internal]") : QFileInfo(file).fileName(),
+                     SQLite3Driver->sqlite3drv_libversion());
+    }
+    lblLibrary->setText(library);
+    if (TDLSQLiteDatabase* db = GlobalData->CurrentDatabase()) {
+        const QFontMetrics metrics(lblHeader->font());
+        const int room =
+            width() - (metrics.horizontalAdvance(library) + 16) - metrics.horizontalAdvance(text) - 32;
+        text += QStringLiteral("   File: ") +
+                metrics.elidedText(db->FileName(), Qt::ElideMiddle, std::max(room, 80));
+    }
+    lblHeader->setText(text);
 }
 
-void TfrmSCMain::ShowError(const QString& message) {
+void TfrmSCMain::RefreshDatabaseInfo() {
+    TDLSQLiteDatabase* db = GlobalData->CurrentDatabase();
+    if (FDBPropsChanged || mmoDatabase->property("alias").toString() != (db ? db->AliasName() : QString())) {
+        QString text;
+        if (!db) {
+            text = QStringLiteral("No database");
+        } else {
+            static const char* const statuses[] = {"Connected", "Disconnected", "Unavailable",
+                                                   "Access error"};
+            const TDatabaseStatus status = db->GetStatus();
+            QString word = QLatin1String(statuses[status]);
+            if (status == dsConnected && !db->EncryptionKey().isEmpty())
+                word = QStringLiteral("Connected, encrypted");
+            text = QStringLiteral("Status for %1 database: %2\n\n").arg(db->AliasName(), word);
+            if (db->Connected()) {
+                Guard([&] {
+                    for (const QString& name : db->DatabaseNames()) {
+                        const QString file =
+                            name == QLatin1String("main") ? db->FileName() : db->GetAttachedFileName(name);
+                        text += QStringLiteral("%1\t%2\n")
+                                    .arg(name, file.isEmpty() ? QStringLiteral(":memory:") : file);
+                    }
+                });
+            } else {
+                text += QStringLiteral("main\t%1\n").arg(db->FileName());
+            }
+        }
+        mmoDatabase->setPlainText(text);
+        mmoDatabase->setProperty("alias", db ? db->AliasName() : QString());
+        FDBPropsChanged = false;
+    }
+
+    // The DDL page: the object's text with its indexes and triggers, or the
+    // whole database's for a database node.
+    QStringList ddl;
+    auto addTable = [&ddl](const TBaseTableInfo& t) {
+        if (!t.FSQL.isEmpty()) ddl << t.FSQL;
+        for (int i = 0; i < t.IndexCount(); ++i)
+            if (!t.Indexes(i).FSQL.isEmpty()) ddl << t.Indexes(i).FSQL;
+        for (int i = 0; i < t.TriggerCount(); ++i) ddl << t.Triggers(i).FSQL;
+    };
+    auto addView = [&ddl](const TBaseViewInfo& v) {
+        ddl << v.FSQL;
+        for (int i = 0; i < v.TriggerCount(); ++i) ddl << v.Triggers(i).FSQL;
+    };
+    TDLSQLiteMetadata* md = GlobalData->GetCurrentMetadata();
+    TMetadataBaseItem* item = GlobalData->GetCurrentItem();
+    if (auto* table = dynamic_cast<TBaseTableInfo*>(item)) {
+        addTable(*table);
+    } else if (auto* view = dynamic_cast<TBaseViewInfo*>(item)) {
+        addView(*view);
+    } else if (md && !item && db && db->Connected()) {
+        for (int i = 0; i < md->TableCount(); ++i) addTable(md->Tables(i));
+        for (int i = 0; i < md->ViewCount(); ++i) addView(md->Views(i));
+    }
+    ddl.removeAll(QString());
+    mmoDDL->setPlainText(ddl.isEmpty() ? QString() : ddl.join(QStringLiteral(";\n\n")) + u';');
+}
+
+void TfrmSCMain::RefreshDesign() {
+    tvFields->clear();
+    TMetadataBaseItem* item = GlobalData->GetCurrentItem();
+    auto addField = [this](const TBaseFieldInfo& f) {
+        const auto* sf = dynamic_cast<const TSQLiteFieldInfo*>(&f);
+        new QTreeWidgetItem(
+            tvFields,
+            {f.FFieldName, f.FFullSQLType, f.FNotNull ? QStringLiteral("yes") : QString(), f.FDefaultValue,
+             sf && sf->FPrimaryKey > 0 ? QString::number(sf->FPrimaryKey) : QString()});
+    };
+    if (const auto* table = dynamic_cast<TBaseTableInfo*>(item))
+        for (int i = 0; i < table->FieldCount(); ++i) addField(table->Fields(i));
+    else if (const auto* view = dynamic_cast<TBaseViewInfo*>(item))
+        for (int i = 0; i < view->FieldCount(); ++i) addField(view->Fields(i));
+}
+
+void TfrmSCMain::CloseData() {
+    if (FDataModel) FDataModel->SetDataSet(nullptr);
+    FDataTable.reset();
+    if (spRecordCount) spRecordCount->clear();
+}
+
+void TfrmSCMain::ShowData() {
+    const TItemType type = GlobalData->CurrentItemType();
+    if (type != itTable && type != itView && type != itVirtualTable && type != itShadowTable) return;
+    TDLSQLiteDatabase* db = GlobalData->CurrentDatabase();
+    if (!db || !db->Connected()) return;
+    auto table = std::make_unique<TDLTable>();
+    table->SetDatabase(db);
+    table->SetTableName(GlobalData->CurrentItemName());
+    table->FHideRowID = !FSettings.ShowRowID;
+    bool opened = false;
+    Guard([&] {
+        table->Open();
+        opened = true;
+    });
+    if (!opened) return;
+    FDataTable = std::move(table);
+    FDataModel->SetDataSet(FDataTable.get());
+}
+
+// ---------------------------------------------------------------------------
+// The rule table
+
+void TfrmSCMain::UpdateControls() {
+    if (FUpdatingControls || FClosing || !FInitialized) return;
+    FUpdatingControls = true;
+    try {
+        InternalUpdateControls();
+    } catch (const std::exception&) {
+    }
+    FUpdatingControls = false;
+}
+
+bool TfrmSCMain::FeatureEnabled(const QString& Name) const {
+    for (int i = 0; i < FFeatures.Count(); ++i)
+        if (FFeatures[i].Category == QLatin1String("Show/Hide features") && FFeatures[i].Name == Name)
+            return FFeatures[i].Enabled;
+    return true;
+}
+
+void TfrmSCMain::InternalUpdateControls() {
+    const bool running = FCanAbort;
+    const bool editing = FEditingTable || FEditingView || FEditingVirtualTable;
+    const bool idle = !editing && !running;
+    TDLSQLiteDatabase* db = CurrentDatabase();
+    const bool hasDB = db != nullptr;
+    const bool connected = hasDB && db->Connected();
+    const bool ready = hasDB && db->GetStatus() == dsConnected;
+    const bool inTransaction = ready && db->GetInTransaction();
+    const TItemType item = GlobalData->CurrentItemType();
+
+    tvDatabases->setEnabled(idle);
+    for (QAction* a : {acOpenDatabase, acCreateDatabase, acOptions, acOpenDemoDatabase}) a->setEnabled(idle);
+    for (QAction* a : {acRefreshDatabase, acCloseDatabase, acCloseAllDatabases, acEditDatabaseRegistration})
+        a->setEnabled(hasDB && idle);
+    acAttachDatabase->setEnabled(connected && idle);
+    acDetachDatabase->setEnabled(connected && idle && db->AttachedDatabaseCount() > 0);
+    acBeginTransaction->setEnabled(ready && !inTransaction && idle);
+    acCommit->setEnabled(ready && inTransaction && idle);
+    acRollback->setEnabled(ready && inTransaction && idle && !running);
+    acSavepoint->setEnabled(ready && idle);
+    const bool savepoints = ready && db->SavepointCount() > 0;
+    acReleaseSavepoint->setEnabled(savepoints && idle);
+    acRollbackToSavepoint->setEnabled(savepoints && idle);
+    acRefreshData->setEnabled((item == itTable || item == itView || item == itVirtualTable) && idle);
+
+    const bool attach = FeatureEnabled(QStringLiteral("Attach/Detach databases"));
+    acAttachDatabase->setVisible(attach);
+    acDetachDatabase->setVisible(attach);
+    const bool transactions = FeatureEnabled(QStringLiteral("Transaction options"));
+    for (QAction* a : {acBeginTransaction, acCommit, acRollback, acSavepoint, acReleaseSavepoint,
+                       acRollbackToSavepoint, miTransaction->menuAction()})
+        a->setVisible(transactions);
+    acOpenRecentDatabase->setVisible(!FRegistry->FRecentDatabases.isEmpty());
+
+    auto tab = [this](QWidget* Page, const char* Feature, bool Rule) {
+        bool shown = Rule;
+        for (int i = 0; i < FFeatures.Count(); ++i)
+            if (FFeatures[i].Category == QLatin1String("Show/Hide tabs") &&
+                FFeatures[i].Name == QLatin1String(Feature))
+                shown = shown && FFeatures[i].Enabled;
+        pcMain->setTabVisible(pcMain->indexOf(Page), shown);
+    };
+    tab(tabDatabase, "Database", idle);
+    tab(tabSQL, "SQL", !editing);
+    tab(tabData, "Data", !editing);
+    tab(tabDesign, "Design", !running && item >= itTable);
+    tab(tabDDL, "DDL", idle && item != itNone);
+    pcMain->setTabVisible(pcMain->indexOf(tabLog), FLogEnabled);
+    SetTransactionStatus(inTransaction ? QStringLiteral("Active") : QString());
+}
+
+void TfrmSCMain::SetTransactionStatus(const QString& Value) {
+    spTransaction->setText(Value.isEmpty() ? QString() : QStringLiteral("Transaction: ") + Value);
+}
+
+// ---------------------------------------------------------------------------
+// Commands
+
+TDLSQLiteDatabase* TfrmSCMain::OpenDatabase(const QString& FileName, const QString& AliasName) {
+    return FRegistry->OpenDatabase(FileName, AliasName);
+}
+
+void TfrmSCMain::CloseDatabase(TDLSQLiteDatabase* Database) {
+    FRegistry->CloseDatabase(Database);
+}
+
+TDLSQLiteDatabase* TfrmSCMain::CurrentDatabase() {
+    return GlobalData->CurrentDatabase();
+}
+
+TDLSQLiteDatabase* TfrmSCMain::ConnectedCurrent() {
+    TDLSQLiteDatabase* db = CurrentDatabase();
+    return db && db->Connected() ? db : nullptr;
+}
+
+void TfrmSCMain::FocusedNodeChanged() {
+    if (FCreatingView || FCreatingTable || FCreatingVirtualTable) return;
+    // A database connects when it is first chosen.
+    if (TDLSQLiteDatabase* db = CurrentDatabase(); db && !db->Connected())
+        Guard([db] { db->SetConnected(true); });
+    RefreshHeader();
+    ForceRefreshAll();
+}
+
+void TfrmSCMain::acOpenDatabaseExecute() {
+    const QString file =
+        SelectDatabaseFile(this, QStringLiteral("Select database file"), FRegistry->FLastDatabaseDirectory,
+                           TDatabaseRegistry::GetDefaultDBFilter(
+                               GetAssociatedExtensions(QCoreApplication::applicationFilePath())),
+                           true);
+    if (file.isEmpty()) return;
+    if (!QFileInfo::exists(file))
+        throw ECustomException(QStringLiteral("Could not open file: %1.").arg(file));
+    FRegistry->FLastDatabaseDirectory = QFileInfo(file).absolutePath();
+    if (TDLSQLiteDatabase* db = OpenDatabase(file, FRegistry->PickAlias(file))) {
+        tvDatabases->SelectDatabase(db->AliasName());
+        tvDatabases->SetExpanded(db->AliasName(), true);
+    }
+}
+
+void TfrmSCMain::acCreateDatabaseExecute() {
+    TfrmCreateDB dialog([this](const QString& f) { return FRegistry->PickAlias(f); },
+                        SQLite3Driver->sqlite3drv_supports_encryption(), FRegistry->FLastDatabaseDirectory,
+                        TDatabaseRegistry::GetDefaultDBFilter(), this);
+    if (dialog.exec() != QDialog::Accepted) return;
+    TDLSQLiteDatabase* db = FRegistry->CreateDatabase(dialog.FileName(), dialog.Alias(), dialog.Encoding(),
+                                                      dialog.Key(), dialog.PageSize(), dialog.AutoVacuum());
+    if (db) tvDatabases->SelectDatabase(db->AliasName());
+}
+
+void TfrmSCMain::acCloseAllDatabasesExecute() {
+    if (!Confirm(QStringLiteral("Close all databases?"))) return;
+    FRegistry->CloseAllDatabases();
+}
+
+void TfrmSCMain::acEditDatabaseRegistrationExecute() {
+    TDLSQLiteDatabase* db = CurrentDatabase();
+    if (!db) return;
+    const QString oldAlias = db->AliasName();
+    TfrmDBReg dialog([this](const QString& f) { return FRegistry->PickAlias(f); }, db->FileName(), oldAlias,
+                     TDatabaseRegistry::GetDefaultDBFilter(), this);
+    if (dialog.exec() != QDialog::Accepted) return;
+    FRegistry->EditRegistration(oldAlias, dialog.FileName(), dialog.Alias());
+}
+
+void TfrmSCMain::acAttachDatabaseExecute() {
+    TDLSQLiteDatabase* db = ConnectedCurrent();
+    if (!db) return;
+    const QString file =
+        SelectDatabaseFile(this, QStringLiteral("Select database file"), FRegistry->FLastDatabaseDirectory,
+                           TDatabaseRegistry::GetDefaultDBFilter(), true);
+    if (file.isEmpty()) return;
+    if (!QFileInfo::exists(file))
+        throw ECustomException(QStringLiteral("Could not open file: %1.").arg(file));
+    FRegistry->FLastDatabaseDirectory = QFileInfo(file).absolutePath();
+    QString alias = FRegistry->PickInternalAlias(file, *db);
+    // A blank answer asks again; Cancel ends the command.
+    for (;;) {
+        bool ok = false;
+        alias = QInputDialog::getText(this, QStringLiteral("Select alias"), QStringLiteral("Select alias"),
+                                      QLineEdit::Normal, alias, &ok);
+        if (!ok) return;
+        if (!alias.trimmed().isEmpty()) break;
+    }
+    db->Attach(file, alias.trimmed());
+    RefreshAlias(db->AliasName());
+}
+
+void TfrmSCMain::acSavepointExecute() {
+    TDLSQLiteDatabase* db = ConnectedCurrent();
+    if (!db) return;
+    bool ok = false;
+    const QString name =
+        QInputDialog::getText(this, QStringLiteral("Savepoint"), QStringLiteral("Savepoint name"),
+                              QLineEdit::Normal, QString(), &ok);
+    if (!ok || name.trimmed().isEmpty()) return;
+    db->Execute(QStringLiteral("SAVEPOINT ") + QuoteIdentifier(name.trimmed()));
+    AsyncUpdateControls();
+}
+
+void TfrmSCMain::RefreshRecentMenu() {
+    miRecentDatabases->clear();
+    int n = 0;
+    for (const QString& file : FRegistry->FRecentDatabases) {
+        QAction* entry = miRecentDatabases->addAction(QStringLiteral("&%1 %2").arg(n++).arg(file));
+        entry->setObjectName(QStringLiteral("acOpenRecentDB%1").arg(n - 1));
+        connect(entry, &QAction::triggered, this, [this, file] {
+            Guard([&] {
+                if (TDLSQLiteDatabase* db = OpenDatabase(file)) tvDatabases->SelectDatabase(db->AliasName());
+            });
+        });
+    }
+}
+
+void TfrmSCMain::acOptionsExecute() {
+    CollectSettings();
+    TOptionsData data;
+    data.Settings = FSettings;
+    data.Features = FFeatures;
+    data.TypeMappings = DefaultTypeMappings();
+    data.DefaultFont = font();
+    data.EditorFont = mmoSQL->font();
+    data.AssociatedExtensions = GetAssociatedExtensions(QCoreApplication::applicationFilePath());
+    TfrmOptions dialog(data, ListSQLiteLibraries({QCoreApplication::applicationDirPath()}), this);
+    const int result = dialog.exec();
+    FSettings.LastOptionsPage = dialog.CurrentPage();
+    if (result == QDialog::Accepted) ApplyOptions(dialog.Data());
+}
+
+void TfrmSCMain::ApplyOptions(const TOptionsData& Data) {
+    const TProgramSettings old = FSettings;
+    const TProgramSettings& s = Data.Settings;
+    bool fullRefresh = false, dataRefresh = false;
+    FFeatures = Data.Features;
+    if (s.ShowRecordCounts != old.ShowRecordCounts) {
+        tvDatabases->SetShowRecordCounts(s.ShowRecordCounts);
+        fullRefresh = true;
+    }
+    dataRefresh = s.ShowRowID != old.ShowRowID || s.AutoRefreshData != old.AutoRefreshData ||
+                  s.ShowRecordNumbers != old.ShowRecordNumbers;
+    QApplication::setOverrideCursor(Qt::WaitCursor);
+    spStatus->setText(QStringLiteral("Applying settings..."));
+    const int lastPage = FSettings.LastOptionsPage;
+    FSettings = s;
+    FSettings.LastOptionsPage = lastPage;
+    FSettings.DefaultFont = FontSetting(Data.DefaultFont);
+    FSettings.EditorFont = FontSetting(Data.EditorFont);
+    FSettings.LibraryFileName = FLibraryFileName;
+    Guard([&] {
+        if (!(Data.TypeMappings == DefaultTypeMappings())) {
+            DefaultTypeMappings().Assign(Data.TypeMappings);
+            TMetaList& list = GlobalData->MetaList();
+            BeginUpdate();
+            for (int i = 0; i < list.GetMetadataCount(); ++i)
+                list.GetDatabase(i).SetTypeMappings(Data.TypeMappings);
+            Guard([&] { list.RefreshAll(); });
+            EndUpdate();
+        }
+        if (s.Unicode != old.Unicode) SetUnicodeEncoding(s.Unicode);
+        SetQuoteChars(s.QuoteChars);
+        ApplySettings();
+        if (!SameDriverName(s.LibraryFileName, FLibraryFileName) && s.LibraryFileName != FLibraryFileName) {
+            UpdateDriver(s.LibraryFileName);
+            dataRefresh = true;
+        }
+        // Associations: what was checked and is not yet, and the reverse.
+        const QString program = QCoreApplication::applicationFilePath();
+        for (const QString& ext : Data.CheckedExtensions)
+            if (!Data.AssociatedExtensions.contains(u'*' + ext, Qt::CaseInsensitive))
+                RegisterFileType(ext, QStringLiteral("sqlitedb"), QStringLiteral("SQLite Database"),
+                                 QString(), u'"' + program + u'"');
+        for (const QString& glob : Data.AssociatedExtensions)
+            if (!Data.CheckedExtensions.contains(QString(glob).remove(u'*'), Qt::CaseInsensitive))
+                DeregisterFileType(glob);
+    });
+    if (fullRefresh)
+        Guard([this] { FRegistry->RefreshAllDatabases(); });
+    else if (dataRefresh)
+        RefreshAll();
+    AsyncUpdateControls();
+    spStatus->setText(QStringLiteral("Ready!"));
+    QApplication::restoreOverrideCursor();
+}
+
+void TfrmSCMain::UpdateDriver(const QString& LibraryFileName) {
+    TWaitCursorGuard cursor(true);
+    const QString alias = GlobalData->CurrentAlias(), object = GlobalData->CurrentItemName();
+    TMetaList& list = GlobalData->MetaList();
+    struct TState {
+        bool Expanded, Connected;
+    };
+    std::vector<TState> states;
+    CloseData();
+    for (int i = 0; i < list.GetMetadataCount(); ++i) {
+        TDLSQLiteDatabase& db = list.GetDatabase(i);
+        states.push_back({tvDatabases->GetExpanded(db.AliasName()), db.Connected()});
+        Guard([&] { db.SetConnected(false); });
+    }
+    // The tree is built anew over the databases on the new library.
+    for (int i = 0; i < list.GetMetadataCount(); ++i) tvDatabases->DeleteDatabase(list.GetDatabase(i));
+    FLibraryFileName = LoadSQLiteLibrary(LibraryFileName, [this](const QString& m) { ShowError(m); });
+    FSettings.LibraryFileName = FLibraryFileName;
+    const bool encryption = SQLite3Driver->sqlite3drv_supports_encryption();
+    for (int i = 0; i < list.GetMetadataCount(); ++i) {
+        TDLSQLiteDatabase& db = list.GetDatabase(i);
+        if (!encryption) Guard([&] { db.SetEncryptionKey(QString()); });
+        tvDatabases->AddDatabase(db);
+        if (states[static_cast<size_t>(i)].Connected) Guard([&] { db.SetConnected(true); });
+        tvDatabases->SetExpanded(db.AliasName(), states[static_cast<size_t>(i)].Expanded);
+    }
+    SelectObject(alias, object);
+    RefreshHeader();
+    RefreshDatabaseInfo();
+}
+
+void TfrmSCMain::SetUnicodeEncoding(bool Value) {
+    const QString alias = GlobalData->CurrentAlias(), object = GlobalData->CurrentItemName();
+    FRegistry->FUnicodeEncoding = Value;
+    FRegistry->SaveDatabases(Settings());
+    FRegistry->CloseAllDatabases();
+    FRegistry->LoadDatabases(Settings());
+    SelectObject(alias, object);
+}
+
+// ---------------------------------------------------------------------------
+// Answers and messages
+
+void TfrmSCMain::Guard(const std::function<void()>& Command) {
+    try {
+        Command();
+    } catch (const ECustomException& e) {
+        ShowError(e.message());
+    } catch (const std::exception& e) {
+        ShowError(QString::fromLocal8Bit(e.what()));
+    }
+}
+
+void TfrmSCMain::ShowError(const QString& Message) {
+    ShowErrorText(Message);
+}
+
+void TfrmSCMain::ShowErrorText(const QString& Message) {
     // Error texts carry CRLF line ends; the box wants plain line feeds.
-    QString text = message;
+    QString text = Message;
     text.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
-    statusBar()->showMessage(text);
+    spStatus->setText(text.section(u'\n', 0, 0));
     if (FOnError)
         FOnError(text);
     else
         QMessageBox::critical(this, windowTitle(), text);
 }
 
-void TfrmSCMain::acOpenDatabaseExecute() {
-    const QString file =
-        QFileDialog::getOpenFileName(this, QStringLiteral("Select database file"), UserDataPath(),
-                                     QStringLiteral("Database Files (*.db *.db3 *.sqlite);;Any File (*)"));
-    if (file.isEmpty()) return;
-    try {
-        OpenDatabase(file);
-    } catch (const ECustomException& e) {
-        ShowError(e.message());
-    }
+bool TfrmSCMain::Confirm(const QString& Question) {
+    if (FOnConfirm) return FOnConfirm(Question);
+    return QMessageBox::question(this, windowTitle(), Question, QMessageBox::Yes | QMessageBox::No) ==
+           QMessageBox::Yes;
 }
 
-void TfrmSCMain::acOpenDemoDatabaseExecute() {
-    try {
-        OpenDatabase(GetDemoDatabasePath());
-    } catch (const ECustomException& e) {
-        ShowError(e.message());
+bool TfrmSCMain::SelectEncoding(const QString& Caption, QString& Encoding) {
+    if (FOnSelectEncoding) return FOnSelectEncoding(Caption, Encoding);
+    TfrmSelectEncoding dialog(Caption, Encoding, this);
+    if (dialog.exec() != QDialog::Accepted) return false;
+    Encoding = dialog.Encoding();
+    return true;
+}
+
+int TfrmSCMain::AskTransaction(const QString& Text) {
+    if (FOnAskTransaction) return FOnAskTransaction(Text);
+    TfrmTransactionPrompt prompt(Text, this);
+    prompt.exec();
+    return prompt.Answer;
+}
+
+// ---------------------------------------------------------------------------
+// The registry's view of the window
+
+void TfrmSCMain::WireDatabase(TDLSQLiteDatabase& Database, bool Created) {
+    TDLSQLiteDatabase* db = &Database;
+    if (!Created) {
+        Database.FOnProgress = [](bool& Continue) { Continue = true; };
+        Database.FAfterExecute = [this](const QString& SQL) {
+            const TSQLTokenType command = GetSQLCommand(SQL);
+            if (command == stDelete || command == stInsert || command == stUpdate)
+                FLastModifiedTime = NowMSecs();
+        };
     }
+    Database.AfterConnect = [this, db] { RefreshAlias(db->AliasName()); };
+    Database.FAfterPrepare = [this](const QString& SQL, int) {
+        if (FLogEnabled) mmoLog->appendPlainText(QStringLiteral("Prepare: ") + SQL);
+        if (!FDBPropsChanged && TDatabaseRegistry::ChangesDatabaseProperties(SQL)) FDBPropsChanged = true;
+    };
+    if (FLogEnabled)
+        Database.FOnProfile = [this](const QString& SQL, quint64 Nanoseconds) {
+            mmoLog->appendPlainText(QStringLiteral("%1\n-- %2 ms").arg(SQL).arg(Nanoseconds / 1000000));
+        };
+}
+
+void TfrmSCMain::SelectDatabase(const QString& AliasName) {
+    tvDatabases->SelectDatabase(AliasName);
+}
+
+void TfrmSCMain::SelectObject(const QString& AliasName, const QString& ObjectName) {
+    if (!tvDatabases->SelectObject(AliasName, ObjectName)) tvDatabases->SelectDatabase(AliasName);
+}
+
+bool TfrmSCMain::GetExpanded(const QString& AliasName) {
+    return tvDatabases->GetExpanded(AliasName);
+}
+
+void TfrmSCMain::SetExpanded(const QString& AliasName, bool Value) {
+    tvDatabases->SetExpanded(AliasName, Value);
+}
+
+void TfrmSCMain::AliasRenamed(const QString& OldAliasName, const QString& NewAliasName) {
+    tvDatabases->RenameDatabase(OldAliasName, NewAliasName);
+}
+
+void TfrmSCMain::BeginUpdate() {
+    tvDatabases->BeginUpdate();
+}
+
+void TfrmSCMain::EndUpdate() {
+    tvDatabases->EndUpdate();
+}
+
+bool TfrmSCMain::DatabaseNodeIsCurrent() {
+    return GlobalData->CurrentItemType() == itDatabase;
+}
+
+QString TfrmSCMain::CurrentObjectName() {
+    return GlobalData->CurrentItemName();
 }
 
 }  // namespace brindle

@@ -1,80 +1,201 @@
-// The main window. It opens one database at a time for now and shows the
-// objects of its main schema in a tree.
+// The main window: the tree of open databases, the pages that show the
+// selected object, and the commands that open, create, register, attach and
+// close databases. The logic of the registry and of the settings lives in
+// DBRegistry.h and ProgramSettings.h; this class wires them to widgets.
+//
+// Start-up: the constructor builds the window and sets the defaults, Start
+// loads the settings (library, remembered databases) and takes the command
+// line. Closing asks about open transactions and saves the settings.
+// Threading: main thread only.
 #pragma once
 
+#include "DBRegistry.h"
+#include "ProgramSettings.h"
+#include "RegSettings.h"
+
 #include <QMainWindow>
+#include <QPointer>
 #include <functional>
 #include <memory>
 
 class QAction;
 class QLabel;
+class QMenu;
 class QPlainTextEdit;
+class QSplitter;
 class QTabWidget;
 class QTableView;
-class QTreeWidgetItem;
+class QTimer;
 class QTreeWidget;
+class QTreeWidgetItem;
 
 namespace brindle {
 
-class TDLTable;
+class TColumnsCache;
+class TDBCache;
+class TDLDBTree;
 class TDLSQLiteDatabase;
+class TDLTable;
 class TDataSetModel;
 
-class TfrmSCMain : public QMainWindow {
+class TfrmSCMain : public QMainWindow, private IRegistryHost {
     Q_OBJECT
 
 public:
-    explicit TfrmSCMain(QWidget* parent = nullptr);
+    // Needs GlobalData and a loaded SQLite driver.
+    explicit TfrmSCMain(QWidget* Parent = nullptr);
     ~TfrmSCMain() override;
 
-    // Acts only on a list of exactly one existing file: opens it. Anything
-    // else is ignored without a message, as the program has no switches.
+    // Loads the settings, which chooses the SQLite library and reopens the
+    // remembered databases, then acts on the command line's arguments.
+    void Start(const QStringList& Params);
+    // Opens or selects the one existing file of a list of exactly one; any
+    // other list is ignored without a word. A failure shows its message.
     void ProcessParams(const QStringList& Params);
-    // Opens a database file and shows it; raises on failure.
-    void OpenDatabase(const QString& FileName);
-    void CloseDatabase();
 
-    TDLSQLiteDatabase* CurrentDatabase() const { return FDatabase.get(); }
-    QTreeWidget* Tree() const { return FTree; }
+    // Registry flows, as the commands run them.
+    TDLSQLiteDatabase* OpenDatabase(const QString& FileName, const QString& AliasName = QString());
+    void CloseDatabase(TDLSQLiteDatabase* Database);
+    void RefreshCurrentDatabase(const QString& AliasName = QString(), const QString& ObjectName = QString());
+    // Deferred: each request posts once until it has run.
+    void ForceRefreshAll() override;
+    void AsyncUpdateControls() override;
+    void UpdateControls() override;
+    void RefreshAll() override;
+    void LoadSettings();
+    void SaveSettings();
+
+    TDatabaseRegistry& Registry() { return *FRegistry; }
+    TDBCache& DBCache() { return *FDBCache; }
+    TColumnsCache& ColumnsCache() { return *FColumnsCache; }
+    TFeatureList& Features() { return FFeatures; }
+    TDLDBTree* Tree() const { return tvDatabases; }
+    QTabWidget* Pages() const { return pcMain; }
     QPlainTextEdit* DDLView() const { return mmoDDL; }
-    // The rows of the selected table or view, read-only.
     QTableView* DataView() const { return grdData; }
     TDataSetModel* DataModel() const { return FDataModel; }
-    QTabWidget* Pages() const { return pcObject; }
-    QAction* acOpenDatabase = nullptr;
-    QAction* acOpenDemoDatabase = nullptr;
-    QAction* acCloseDatabase = nullptr;
-    QAction* acRefresh = nullptr;
-    QAction* acFileExit = nullptr;
+    QString HeaderText() const;
+    TDLSQLiteDatabase* CurrentDatabase() override;
+    int DataBufferSize() const { return FDataBufferSize; }
+    const TProgramSettings& ProgramSettings() const { return FSettings; }
 
-    // Where error messages go; unset, they show in a message box.
-    std::function<void(const QString&)> FOnError;
+    // What a person would answer; unset, real dialogs ask. Tests set them.
+    std::function<void(const QString& Message)> FOnError;
+    std::function<int(const QString& Text)> FOnAskTransaction;
+    std::function<bool(const QString& Caption, QString& Encoding)> FOnSelectEncoding;
+    std::function<bool(const QString& Question)> FOnConfirm;
 
-    // The caption: product, version and the SQLite library in use.
+    // Commands, named as the rule table names them.
+    QAction *acCreateDatabase, *acOpenDatabase, *acOpenDemoDatabase, *acOpenRecentDatabase, *acCloseDatabase,
+        *acCloseAllDatabases, *acEditDatabaseRegistration, *acRefreshDatabase, *acAttachDatabase,
+        *acDetachDatabase, *acBeginTransaction, *acCommit, *acRollback, *acSavepoint, *acReleaseSavepoint,
+        *acRollbackToSavepoint, *acOptions, *acFileExit, *acRefreshData;
+    QMenu* miRecentDatabases;
+
     static QString ApplicationTitle();
 
-private:
-    void CreateActions();
-    void RefreshTree();
-    void RefreshHeader();
-    void ShowObjectDDL(QTreeWidgetItem* item);
-    void ShowObjectData(QTreeWidgetItem* item);
-    void ShowError(const QString& message);
-    void acOpenDatabaseExecute();
-    void acOpenDemoDatabaseExecute();
+protected:
+    void closeEvent(QCloseEvent* Event) override;
+    void showEvent(QShowEvent* Event) override;
 
+private:
+    void CreateWidgets();
+    void CreateActions();
+    void CreateTimers();
+    void InternalUpdateControls();
+    void RefreshHeader();
+    void RefreshDatabaseInfo();
+    void RefreshDesign();
+    void ShowData();
+    void CloseData();
+    void RefreshAlias(const QString& AliasName);
+    void RefreshRecentMenu();
+    void DrainInstParams();
+    void SetTransactionStatus(const QString& Value);
+    void ApplySettings();
+    void CollectSettings();
+    bool Confirm(const QString& Question);
+    void ShowErrorText(const QString& Message);
+    // Runs a command; an exception's message goes to the error box.
+    void Guard(const std::function<void()>& Command);
+    bool FeatureEnabled(const QString& Name) const;
+    TDLSQLiteDatabase* ConnectedCurrent();
+    void FocusedNodeChanged();
+
+    void acCreateDatabaseExecute();
+    void acOpenDatabaseExecute();
+    void acCloseAllDatabasesExecute();
+    void acEditDatabaseRegistrationExecute();
+    void acAttachDatabaseExecute();
+    void acSavepointExecute();
+    void acOptionsExecute();
+    void ApplyOptions(const struct TOptionsData& Data);
+    void UpdateDriver(const QString& LibraryFileName);
+    void SetUnicodeEncoding(bool Value);
+
+    // IRegistryHost
+    void WireDatabase(TDLSQLiteDatabase& Database, bool Created) override;
+    void SelectDatabase(const QString& AliasName) override;
+    void SelectObject(const QString& AliasName, const QString& ObjectName) override;
+    void ShowError(const QString& Message) override;
+    bool SelectEncoding(const QString& Caption, QString& Encoding) override;
+    int AskTransaction(const QString& Text) override;
+    bool GetExpanded(const QString& AliasName) override;
+    void SetExpanded(const QString& AliasName, bool Value) override;
+    void AliasRenamed(const QString& OldAliasName, const QString& NewAliasName) override;
+    void BeginUpdate() override;
+    void EndUpdate() override;
+    bool DatabaseNodeIsCurrent() override;
+    QString CurrentObjectName() override;
+
+    TProgramSettings FSettings;
+    TFeatureList FFeatures;
+    std::unique_ptr<TDBCache> FDBCache;
+    std::unique_ptr<TColumnsCache> FColumnsCache;
+    std::unique_ptr<TDatabaseRegistry> FRegistry;
+    // The rows on the Data page; declared after nothing that it needs.
+    std::unique_ptr<TDLTable> FDataTable;
+
+    bool FInitialized = false;
+    bool FStarted = false;
+    bool FClosing = false;
+    bool FUpdatingControls = false;
+    bool FNeedRefreshAll = false;
+    bool FNeedUpdateControls = false;
+    bool FDrainPosted = false;
+    bool FDBPropsChanged = true;
     bool FLogEnabled = false;
-    bool FThumbnails = false;  // image thumbnails in grids
-    std::unique_ptr<TDLSQLiteDatabase> FDatabase;
-    // Declared after the database: destroyed before it.
-    std::unique_ptr<TDLTable> FDataQuery;
-    QTreeWidget* FTree = nullptr;
+    bool FThumbnails = false;
+    int FDataBufferSize = 512;
+    bool FCanAbort = false;
+    bool FEditingTable = false, FEditingView = false, FEditingVirtualTable = false;
+    bool FCreatingTable = false, FCreatingView = false, FCreatingVirtualTable = false;
+    qint64 FLastRefreshTime = 0, FLastModifiedTime = 0;  // ms since the epoch
+    QPointer<QWidget> FLastActiveControl;
+    QMetaObject::Connection FIdleConnection, FFocusConnection;
+    QTreeWidgetItem* FOldFocusedNode = nullptr;  // compared, never followed
+    QString FLibraryFileName;
+    QString FShownDDLFor;
+
+    TDLDBTree* tvDatabases = nullptr;
+    QSplitter* FSplitter = nullptr;
+    QTabWidget* pcMain = nullptr;
+    QWidget *tabDatabase = nullptr, *tabSQL = nullptr, *tabData = nullptr, *tabDesign = nullptr,
+            *tabDDL = nullptr, *tabLog = nullptr;
+    QPlainTextEdit* mmoDatabase = nullptr;
+    QPlainTextEdit* mmoSQL = nullptr;
+    QTreeWidget* tvFields = nullptr;
     QPlainTextEdit* mmoDDL = nullptr;
-    QTabWidget* pcObject = nullptr;
+    QPlainTextEdit* mmoLog = nullptr;
     QTableView* grdData = nullptr;
     TDataSetModel* FDataModel = nullptr;
     QLabel* lblHeader = nullptr;
     QLabel* lblLibrary = nullptr;
+    QLabel *spTransaction = nullptr, *spRowsAffected = nullptr, *spRecordCount = nullptr, *spStatus = nullptr;
+    QMenu *miAttachedDatabases = nullptr, *miReleaseSavepoints = nullptr, *miRollbackToSavepoints = nullptr,
+          *miTransaction = nullptr;
+    QTimer *tmUnlock = nullptr, *tmFocusedChanged = nullptr, *tmRecordCount = nullptr,
+           *tmVersionCheck = nullptr;
 };
 
 }  // namespace brindle
