@@ -2,17 +2,31 @@
 # Starts the program on the demo database under a virtual X server and saves
 # a screenshot of the screen: scripts/screenshot.sh [OUT.png [X,Y ...]]
 # Each X,Y is a mouse click made, in order, before the picture is taken.
+# The program runs with settings of its own in a fresh folder (or in
+# BRINDLE_SCREENSHOT_CONFIG), so that the picture does not depend on the
+# user's, and is closed as a user would close it before the server ends.
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 build="${BRINDLE_BUILD_DIR:-$root/build}"
 out="${1:-$build/screenshot.png}"
 bash "$root/scripts/build.sh"
+config="${BRINDLE_SCREENSHOT_CONFIG:-$(mktemp -d)}"
 display=":$((90 + RANDOM % 9))"
 Xvfb "$display" -screen 0 1280x800x24 -nolisten tcp >/dev/null 2>&1 &
 xvfb=$!
-trap 'kill $app $xvfb 2>/dev/null || true' EXIT
+app=""
+cleanup() {
+  if [ -n "$app" ]; then
+    kill -TERM "$app" 2>/dev/null || true
+    for _ in $(seq 50); do kill -0 "$app" 2>/dev/null || break; sleep 0.1; done
+    kill "$app" 2>/dev/null || true
+  fi
+  kill "$xvfb" 2>/dev/null || true
+}
+trap cleanup EXIT
 sleep 1
-DISPLAY="$display" QT_QPA_PLATFORM=xcb "$build/bin/brindle" "$build/share/Brindle/Desk 3/Data/dbdemos.db3" &
+DISPLAY="$display" QT_QPA_PLATFORM=xcb XDG_CONFIG_HOME="$config" \
+  "$build/bin/brindle" "$build/share/Brindle/Desk 3/Data/dbdemos.db3" &
 app=$!
 sleep "${BRINDLE_SCREENSHOT_DELAY:-3}"
 for click in "${@:2}"; do

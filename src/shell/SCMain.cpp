@@ -132,6 +132,8 @@ TfrmSCMain::TfrmSCMain(QWidget* Parent)
     CreateActions();
     CreateTimers();
     setWindowTitle(ApplicationTitle());
+    // Until a stored placement says otherwise.
+    resize(1200, 760);
 
     GlobalData->FOnGetCurrentItem = [this] { return tvDatabases->FocusedObject(); };
     GlobalData->FOnGetCurrentMetadata = [this] { return tvDatabases->FocusedMetadata(); };
