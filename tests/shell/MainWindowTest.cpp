@@ -6,8 +6,10 @@
 
 #include "engine/DLSQLite3API.h"
 #include "engine/DLSQLiteDatabase.h"
+#include "engine/DLTypeMapping.h"
 #include "schema/DLSQLiteMetadata.h"
 #include "shell/FDialogs.h"
+#include "shell/FOptions.h"
 #include "shell/Globals.h"
 #include "shell/RegSettings.h"
 #include "shell/SCMain.h"
@@ -19,16 +21,20 @@
 #include <gtest/gtest.h>
 #include <QAction>
 #include <QApplication>
+#include <QCheckBox>
 #include <QComboBox>
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QInputDialog>
 #include <QLineEdit>
+#include <QListWidget>
 #include <QMenu>
+#include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QSettings>
 #include <QTabWidget>
 #include <QTableView>
+#include <QTableWidget>
 #include <QTimer>
 
 using namespace brindle;
@@ -48,7 +54,9 @@ public:
             QWidget* modal = QApplication::activeModalWidget();
             if (!modal || modal == FLast || FAnswers.isEmpty()) return;
             FLast = modal;
-            FAnswers.takeFirst()(modal);
+            // Answered from a timer of its own: an answer may bring up the
+            // next dialog, and this timer must be free to see it.
+            QTimer::singleShot(0, modal, [modal, answer = FAnswers.takeFirst()] { answer(modal); });
         });
         FTimer.start(10);
     }
@@ -379,6 +387,92 @@ TEST_F(MainWindowTest, DataPageShowsTheRowsOfTheSelection) {
               QStringLiteral("first"));
     window->CloseDatabase(window->CurrentDatabase());
     EXPECT_EQ(model->rowCount(), 0);
+}
+
+TEST_F(MainWindowTest, OptionsTakeEffectOnOKOnly) {
+    const QString path = MakeDatabase(QStringLiteral("opt.db"),
+                                      QStringLiteral("create table t(a); insert into t values (1), (2)"));
+    window->ProcessParams({path});
+    Settle();
+    auto options = [](QWidget* w) {
+        auto* dialog = qobject_cast<TfrmOptions*>(w);
+        EXPECT_NE(dialog, nullptr);
+        return dialog;
+    };
+    // Cancel changes nothing but the page to start on next time.
+    {
+        TDialogDriver driver({[&](QWidget* w) {
+            TfrmOptions* o = options(w);
+            o->cbShowRecordCount->setChecked(true);
+            o->SetCurrentPage(5);
+            o->reject();
+        }});
+        window->acOptions->trigger();
+    }
+    EXPECT_FALSE(Tree()->ShowRecordCounts());
+    EXPECT_EQ(window->ProgramSettings().LastOptionsPage, 5);
+
+    // A mapping that names no type keeps the dialog open with a message.
+    QString box;
+    int row = 0;
+    {
+        TDialogDriver driver(
+            {[&](QWidget* w) {
+                 TfrmOptions* o = options(w);
+                 EXPECT_EQ(o->CurrentPage(), 5);
+                 o->cbShowRecordCount->setChecked(true);
+                 for (int i = 0; i < o->lbLibraries->count(); ++i)
+                     if (o->lbLibraries->item(i)->text().startsWith(QStringLiteral("libsqlcipher")))
+                         o->lbLibraries->setCurrentRow(i);
+                 row = o->grdTypeMappings->rowCount();
+                 o->grdTypeMappings->insertRow(row);
+                 o->grdTypeMappings->setItem(row, 0, new QTableWidgetItem(QStringLiteral("ODD")));
+                 o->grdTypeMappings->setItem(row, 1, new QTableWidgetItem(QStringLiteral("Nothing")));
+                 o->accept();
+             },
+             [&](QWidget* w) {
+                 auto* message = qobject_cast<QMessageBox*>(w);
+                 ASSERT_NE(message, nullptr);
+                 box = message->text();
+                 message->accept();
+             },
+             [&](QWidget* w) {
+                 TfrmOptions* o = options(w);
+                 o->grdTypeMappings->item(row, 1)->setText(QStringLiteral("Currency"));
+                 o->accept();
+             }});
+        window->acOptions->trigger();
+        EXPECT_TRUE(driver.Done());
+    }
+    EXPECT_EQ(box, QStringLiteral("Invalid type mapping: ODD -> Nothing"));
+    Settle();
+    EXPECT_TRUE(errors.isEmpty()) << errors.join(u'\n').toStdString();
+    EXPECT_TRUE(Tree()->ShowRecordCounts());
+    ASSERT_NE(DefaultTypeMappings().FindDeclaredType(QStringLiteral("ODD")), nullptr);
+    EXPECT_EQ(DefaultTypeMappings().FindDeclaredType(QStringLiteral("ODD"))->DataType(), ftCurrency);
+    // Another library: the databases are open on it again.
+    EXPECT_EQ(SQLite3Driver->sqlite3drv_filename(), QStringLiteral("libsqlcipher.so.0"));
+    TDLSQLiteDatabase* db = List().FindDatabaseByAliasName(QStringLiteral("opt"));
+    ASSERT_NE(db, nullptr);
+    EXPECT_TRUE(db->Connected());
+    EXPECT_EQ(db->GetStringValue(QStringLiteral("select count(*) from t")), QStringLiteral("2"));
+    ASSERT_NE(Node(QStringLiteral("opt")), nullptr);
+    // The count arrives from the background connections.
+    for (int i = 0; i < 200 && ChildTexts(Node(QStringLiteral("opt"))) != QStringList{"t (2)"}; ++i) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    }
+    EXPECT_EQ(ChildTexts(Node(QStringLiteral("opt"))), QStringList{"t (2)"});
+
+    // The choices are what the next save stores.
+    EXPECT_TRUE(window->close());
+    EXPECT_EQ(Settings().value(QStringLiteral("Settings/LibraryFileName")).toString(),
+              QStringLiteral("libsqlcipher.so.0"));
+    EXPECT_EQ(Settings().value(QStringLiteral("Persistent/ShowRecordCounts")).toString(),
+              QStringLiteral("1"));
+    EXPECT_EQ(Settings().value(QStringLiteral("Persistent/LastOptionsPage")).toInt(), 5);
+    Stop();
+    ResetTypeMappings(DefaultTypeMappings());
+    ASSERT_TRUE(SQLite3Driver->sqlite3drv_load_library(SQLITE_INTERNAL_LIB));
 }
 
 }  // namespace
