@@ -7,12 +7,16 @@
 #include "shell/RegSettings.h"
 #include "shell/SCMain.h"
 #include "shell/SingleInstance.h"
+#include "shell/Splash.h"
 #include "shell/WindowPlacement.h"
 
 #include <QApplication>
+#include <QLocale>
 #include <QMessageBox>
 #include <QSocketNotifier>
+#include <QSplashScreen>
 #include <QStyleFactory>
+#include <QTimer>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -44,6 +48,9 @@ int main(int argc, char* argv[]) {
     }
 
     QApplication::setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
+    // No locale may change the text the program reads and writes.
+    QLocale::setDefault(QLocale::c());
+    std::unique_ptr<QSplashScreen> splash = brindle::ShowSplash(brindle::Settings());
     // Statements are split and classified by the full parser from here on.
     brindle::InstallSQLParserServices();
     brindle::SetWaitCursorHook([](bool busy) {
@@ -90,5 +97,6 @@ int main(int argc, char* argv[]) {
         return 1;
     }
     window.show();
+    if (splash) QTimer::singleShot(300, splash.get(), [&splash, &window] { splash->finish(&window); });
     return app.exec();
 }

@@ -5,6 +5,7 @@
 
 #include "engine/DLTypeMapping.h"
 #include "shell/ProgramSettings.h"
+#include "shell/Splash.h"
 #include "shell/WindowPlacement.h"
 #include "workbench/Caches.h"
 
@@ -119,6 +120,15 @@ TEST_F(SettingsTest, WrongOrMissingValuesGiveDefaults) {
     Store().setValue(QStringLiteral("Settings/QuoteChars"), QStringLiteral("''"));
     ReadProgramSettings(Store(), w, QString());
     EXPECT_EQ(w.QuoteChars, QStringLiteral("[]"));
+}
+
+TEST_F(SettingsTest, SplashGoesToTheMonitorLastUsedIfThere) {
+    EXPECT_EQ(SplashMonitor(Store(), 2), 0);
+    Store().setValue(QStringLiteral("Layout/Monitor"), 1);
+    EXPECT_EQ(SplashMonitor(Store(), 2), 1);
+    EXPECT_EQ(SplashMonitor(Store(), 1), 0);
+    Store().setValue(QStringLiteral("Layout/Monitor"), QStringLiteral("left"));
+    EXPECT_EQ(SplashMonitor(Store(), 2), 0);
 }
 
 TEST_F(SettingsTest, TypeMappingsAndCachesInTheirSections) {
