@@ -85,6 +85,23 @@ void TDatabaseRegistry::RemoveRecent(const QString& FileName) {
     FRecentDatabases.removeAll(FileName);
 }
 
+TDLSQLiteDatabase* TDatabaseRegistry::Register(std::unique_ptr<TDLSQLiteDatabase> Database) {
+    auto metadata = std::make_unique<TDLSQLiteMetadata>();
+    metadata->FIncludeSystemTables = false;
+    // A database that cannot be bound shows as a node that is not connected.
+    try {
+        metadata->SetDatabase(Database.get());
+        metadata->SetRecordCounter(QueryQueueRecordCounter(*Database));
+    } catch (const std::exception&) {
+    }
+    TDLSQLiteDatabase* result = Database.get();
+    const QString file = Database->FileName();
+    FMetaList.AddDatabase(std::move(Database), std::move(metadata));
+    // The recent list holds only what is not open.
+    RemoveRecent(file);
+    return result;
+}
+
 TDLSQLiteDatabase* TDatabaseRegistry::OpenDatabase(const QString& FileName, const QString& AliasName,
                                                    const QString& EncryptionKey, const QString& Encoding) {
     const QString file = NormalFileName(FileName);
@@ -105,17 +122,7 @@ TDLSQLiteDatabase* TDatabaseRegistry::OpenDatabase(const QString& FileName, cons
     database->SetFileName(file);
     database->SetAliasName(alias);
     FHost.WireDatabase(*database, false);
-    auto metadata = std::make_unique<TDLSQLiteMetadata>();
-    metadata->FIncludeSystemTables = false;
-    // A database that cannot be bound shows as a node that is not connected.
-    try {
-        metadata->SetDatabase(database.get());
-        metadata->SetRecordCounter(QueryQueueRecordCounter(*database));
-    } catch (const std::exception&) {
-    }
-    TDLSQLiteDatabase* result = database.get();
-    FMetaList.AddDatabase(std::move(database), std::move(metadata));
-    RemoveRecent(file);
+    TDLSQLiteDatabase* result = Register(std::move(database));
 
     FHost.UpdateControls();
     // A database node in focus connects at once; others wait until chosen.
@@ -158,16 +165,7 @@ TDLSQLiteDatabase* TDatabaseRegistry::CreateDatabase(const QString& FileName, co
     database->CreateDatabase(autoVacuum, pageSize, Encoding, EncryptionKey);
     if (QFileInfo::exists(file)) FLastDatabaseDirectory = QFileInfo(file).absolutePath();
 
-    auto metadata = std::make_unique<TDLSQLiteMetadata>();
-    metadata->FIncludeSystemTables = false;
-    try {
-        metadata->SetDatabase(database.get());
-        metadata->SetRecordCounter(QueryQueueRecordCounter(*database));
-    } catch (const std::exception&) {
-    }
-    TDLSQLiteDatabase* result = database.get();
-    FMetaList.AddDatabase(std::move(database), std::move(metadata));
-    RemoveRecent(file);
+    TDLSQLiteDatabase* result = Register(std::move(database));
     FHost.AsyncUpdateControls();
     return result;
 }

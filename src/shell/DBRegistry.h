@@ -11,6 +11,7 @@
 
 #include <QString>
 #include <QStringList>
+#include <memory>
 
 class QSettings;
 
@@ -139,6 +140,8 @@ public:
 
 private:
     void RemoveRecent(const QString& FileName);
+    // Binds a metadata to the database and hands both to the list.
+    TDLSQLiteDatabase* Register(std::unique_ptr<TDLSQLiteDatabase> Database);
     void RefreshWhere(bool (*Test)(TDLSQLiteDatabase*, TDLSQLiteDatabase*), const QString& AliasName,
                       const QString& ObjectName);
 
