@@ -73,10 +73,20 @@ void WritePackage(const QString& Key, const QString& Description, const QStringL
     f.write(xml.toUtf8());
 }
 
-// Tells the desktop's databases; they may be absent, and nothing waits.
+// Tells the desktop's databases, when their tools are installed; waited
+// for, so that nothing is still writing when the caller goes on.
 void UpdateDesktopDatabases() {
-    QProcess::startDetached(QStringLiteral("update-mime-database"), {DataHome() + QStringLiteral("/mime")});
-    QProcess::startDetached(QStringLiteral("update-desktop-database"), {ApplicationsFolder()});
+    const std::pair<const char*, QString> tools[] = {
+        {"update-mime-database", DataHome() + QStringLiteral("/mime")},
+        {"update-desktop-database", ApplicationsFolder()}};
+    for (const auto& [tool, folder] : tools) {
+        const QString program = QStandardPaths::findExecutable(QLatin1String(tool));
+        if (program.isEmpty()) continue;
+        QProcess process;
+        process.setProcessChannelMode(QProcess::MergedChannels);
+        process.start(program, {folder});
+        process.waitForFinished(10000);
+    }
 }
 
 QString DesktopFile(const QString& Key) {

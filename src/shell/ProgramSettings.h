@@ -75,6 +75,7 @@ struct TProgramSettings {
     bool CodeTemplateCompletion = true;
     int CodeCompletionDelay = 2;
     QString CodeTemplates = kNoCodeTemplates;
+    // An editor font without a name is the fixed font.
     TFontSetting DefaultFont, EditorFont;
     // Read, never written: older stores kept the fixed font apart.
     TFontSetting FixedFont;

@@ -124,7 +124,6 @@ TfrmSCMain::TfrmSCMain(QWidget* Parent)
     FSettings.EvenColor = ColorValue(palette.color(QPalette::Base));
     FSettings.OddColor = ColorValue(palette.color(QPalette::Button));
     FSettings.DefaultFont = FontSetting(QApplication::font());
-    FSettings.EditorFont = FontSetting(DefaultFixedFont());
     FSettings.LastDatabaseDirectory = UserDataPath();
     FLibraryFileName = SQLite3Driver->sqlite3drv_filename();
 

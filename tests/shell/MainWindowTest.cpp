@@ -312,6 +312,9 @@ TEST_F(MainWindowTest, TheSameDatabasesComeBackAtTheNextStart) {
     const QString b = MakeDatabase(QStringLiteral("b.db"),
                                    QStringLiteral("create table bt(x); create view bv as select 1"));
     const QString recent = MakeDatabase(QStringLiteral("recent.db"));
+    // Values that nothing writes any more are gone after a save.
+    Settings().setValue(QStringLiteral("Settings/QuoteWithBrackets"), 0);
+    Settings().setValue(QStringLiteral("Persistent/Unknown"), 1);
     window->ProcessParams({a});
     window->ProcessParams({recent});
     window->ProcessParams({b});
@@ -324,6 +327,10 @@ TEST_F(MainWindowTest, TheSameDatabasesComeBackAtTheNextStart) {
     EXPECT_TRUE(window->close());
     Stop();
 
+    EXPECT_FALSE(Settings().contains(QStringLiteral("Settings/QuoteWithBrackets")));
+    EXPECT_FALSE(Settings().contains(QStringLiteral("Persistent/Unknown")));
+    EXPECT_EQ(Settings().value(QStringLiteral("Features/Show/Hide tabs/DDL")).toString(),
+              QStringLiteral("1"));
     Start();
     ASSERT_EQ(List().GetMetadataCount(), 2);
     EXPECT_EQ(List().GetDatabase(0).AliasName(), QStringLiteral("a"));
@@ -473,6 +480,27 @@ TEST_F(MainWindowTest, OptionsTakeEffectOnOKOnly) {
     Stop();
     ResetTypeMappings(DefaultTypeMappings());
     ASSERT_TRUE(SQLite3Driver->sqlite3drv_load_library(SQLITE_INTERNAL_LIB));
+}
+
+TEST_F(MainWindowTest, OnlyTheOldFixedFontNamesAreKept) {
+    const QString defaultFamily = window->DDLView()->font().family();
+    Stop();
+    Settings().setValue(QStringLiteral("Settings/FixedFont.Name"), QStringLiteral("Courier New"));
+    Settings().setValue(QStringLiteral("Settings/FixedFont.Size"), 14);
+    Start();
+    EXPECT_EQ(window->DDLView()->font().family(), defaultFamily);
+    Stop();
+    Settings().setValue(QStringLiteral("Settings/FixedFont.Name"), QStringLiteral("Consolas"));
+    Start();
+    EXPECT_EQ(window->DDLView()->font().family(), QStringLiteral("Consolas"));
+    EXPECT_EQ(window->DDLView()->font().pointSize(), 14);
+    // The editor font, where stored, goes over it.
+    Stop();
+    Settings().setValue(QStringLiteral("Settings/EditorFont.Name"), QStringLiteral("Mono Sans"));
+    Settings().setValue(QStringLiteral("Settings/EditorFont.Size"), 9);
+    Start();
+    EXPECT_EQ(window->DDLView()->font().family(), QStringLiteral("Mono Sans"));
+    EXPECT_EQ(window->DDLView()->font().pointSize(), 9);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include "TempDir.h"
 
 #include "engine/DLTypeMapping.h"
+#include "shell/FileAssociations.h"
 #include "shell/ProgramSettings.h"
 #include "shell/Splash.h"
 #include "shell/WindowPlacement.h"
@@ -167,6 +168,21 @@ TEST_F(SettingsTest, TypeMappingsAndCachesInTheirSections) {
     EXPECT_EQ(back.GetValue(QStringLiteral("db")), QStringLiteral("two\nlines"));
     EXPECT_EQ(back.GetItem(QStringLiteral("db"))->SQLHistory.size(), 20);
     EXPECT_EQ(back.GetItem(QStringLiteral("db"))->SQLHistory.first(), QStringLiteral("q5"));
+}
+
+TEST(FileAssociations, ExtensionsOpenWithThisProgramOnly) {
+    const QString program = QStringLiteral("/opt/brindle/bin/brindle");
+    RegisterFileType(QStringLiteral("..abc."), QStringLiteral("sqlitedb"), QStringLiteral("SQLite Database"),
+                     QString(), u'"' + program + u'"');
+    RegisterFileType(QStringLiteral(".xyz"), QStringLiteral("sqlitedb"), QStringLiteral("SQLite Database"),
+                     QString(), program);
+    RegisterFileType(QString(), QStringLiteral("sqlitedb"), QString(), QString(), program);  // nothing
+    EXPECT_EQ(GetAssociatedExtensions(program), (QStringList{"*.abc", "*.xyz"}));
+    EXPECT_TRUE(GetAssociatedExtensions(QStringLiteral("/usr/bin/other")).isEmpty());
+    DeregisterFileType(QStringLiteral("abc"));
+    EXPECT_EQ(GetAssociatedExtensions(program), QStringList{"*.xyz"});
+    DeregisterFileType(QStringLiteral(".xyz"));
+    EXPECT_TRUE(GetAssociatedExtensions(program).isEmpty());
 }
 
 TEST(WindowPlacement, RecordOfFortyFourBytesAsHexDigits) {
