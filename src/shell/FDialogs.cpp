@@ -16,6 +16,32 @@
 
 namespace brindle {
 
+namespace {
+
+// A file field with its browse button, as one row of the form.
+QPushButton* AddFileRow(QDialog* Dialog, QFormLayout* Form, const QString& Label, QLineEdit* Edit) {
+    auto* browse = new QPushButton(QStringLiteral("..."), Dialog);
+    browse->setObjectName(QStringLiteral("btnBrowse"));
+    auto* row = new QHBoxLayout;
+    row->addWidget(Edit, 1);
+    row->addWidget(browse);
+    Form->addRow(Label, row);
+    return browse;
+}
+
+// The form with OK and Cancel below it.
+QDialogButtonBox* LayOut(QDialog* Dialog, QFormLayout* Form) {
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, Dialog);
+    auto* layout = new QVBoxLayout(Dialog);
+    layout->addLayout(Form);
+    layout->addWidget(buttons);
+    QObject::connect(buttons, &QDialogButtonBox::accepted, Dialog, &QDialog::accept);
+    QObject::connect(buttons, &QDialogButtonBox::rejected, Dialog, &QDialog::reject);
+    return buttons;
+}
+
+}  // namespace
+
 TfrmTransactionPrompt::TfrmTransactionPrompt(const QString& Text, QWidget* Parent) : QDialog(Parent) {
     setObjectName(QStringLiteral("TfrmTransactionPrompt"));
     setWindowTitle(QStringLiteral("Active transaction"));
@@ -82,12 +108,7 @@ TfrmCreateDB::TfrmCreateDB(std::function<QString(const QString&)> PickAlias, boo
     auto* form = new QFormLayout;
     edFileName = new QLineEdit(this);
     edFileName->setObjectName(QStringLiteral("edFileName"));
-    auto* browse = new QPushButton(QStringLiteral("..."), this);
-    browse->setObjectName(QStringLiteral("btnBrowse"));
-    auto* fileRow = new QHBoxLayout;
-    fileRow->addWidget(edFileName, 1);
-    fileRow->addWidget(browse);
-    form->addRow(QStringLiteral("File name:"), fileRow);
+    QPushButton* browse = AddFileRow(this, form, QStringLiteral("File name:"), edFileName);
     edAlias = new QLineEdit(this);
     edAlias->setObjectName(QStringLiteral("edAlias"));
     form->addRow(QStringLiteral("Alias:"), edAlias);
@@ -122,12 +143,7 @@ TfrmCreateDB::TfrmCreateDB(std::function<QString(const QString&)> PickAlias, boo
     cbAutoVacuum->addItems({QStringLiteral("0"), QStringLiteral("1")});
     form->addRow(QStringLiteral("Auto vacuum:"), cbAutoVacuum);
 
-    FButtons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this);
-    auto* layout = new QVBoxLayout(this);
-    layout->addLayout(form);
-    layout->addWidget(FButtons);
-    connect(FButtons, &QDialogButtonBox::accepted, this, &QDialog::accept);
-    connect(FButtons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+    FButtons = LayOut(this, form);
     connect(browse, &QPushButton::clicked, this, &TfrmCreateDB::Browse);
     connect(cbShowChars, &QCheckBox::toggled, this, [this](bool show) {
         edKey->setEchoMode(show ? QLineEdit::Normal : QLineEdit::Password);
@@ -188,21 +204,11 @@ TfrmDBReg::TfrmDBReg(std::function<QString(const QString&)> PickAlias, const QSt
     auto* form = new QFormLayout;
     edDatabaseFile = new QLineEdit(FileName, this);
     edDatabaseFile->setObjectName(QStringLiteral("edDatabaseFile"));
-    auto* browse = new QPushButton(QStringLiteral("..."), this);
-    browse->setObjectName(QStringLiteral("btnBrowse"));
-    auto* fileRow = new QHBoxLayout;
-    fileRow->addWidget(edDatabaseFile, 1);
-    fileRow->addWidget(browse);
-    form->addRow(QStringLiteral("Database file:"), fileRow);
+    QPushButton* browse = AddFileRow(this, form, QStringLiteral("Database file:"), edDatabaseFile);
     edDatabaseAlias = new QLineEdit(Alias, this);
     edDatabaseAlias->setObjectName(QStringLiteral("edDatabaseAlias"));
     form->addRow(QStringLiteral("Alias:"), edDatabaseAlias);
-    FButtons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this);
-    auto* layout = new QVBoxLayout(this);
-    layout->addLayout(form);
-    layout->addWidget(FButtons);
-    connect(FButtons, &QDialogButtonBox::accepted, this, &QDialog::accept);
-    connect(FButtons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+    FButtons = LayOut(this, form);
     connect(browse, &QPushButton::clicked, this, &TfrmDBReg::Browse);
     connect(edDatabaseFile, &QLineEdit::textChanged, this, &TfrmDBReg::UpdateOK);
     connect(edDatabaseAlias, &QLineEdit::textChanged, this, &TfrmDBReg::UpdateOK);

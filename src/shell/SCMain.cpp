@@ -757,10 +757,9 @@ QString TfrmSCMain::HeaderText() const {
 
 void TfrmSCMain::RefreshHeader() {
     const QString alias = GlobalData->CurrentAlias();
-    const QString name = QFileInfo(GlobalData->CurrentItemName()).fileName();
-    QString bare = name;
-    if (TMetadataBaseItem* item = GlobalData->GetCurrentItem()) bare = item->GetName().section(u'.', 1);
-    if (bare.isEmpty()) bare = name;
+    // The object's own name, without its database.
+    QString schema, bare;
+    SplitObjectName(GlobalData->CurrentItemName(), schema, bare);
     QString text;
     switch (GlobalData->CurrentItemType()) {
         case itDatabase:
