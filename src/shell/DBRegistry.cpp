@@ -1,5 +1,7 @@
 #include "DBRegistry.h"
 
+#include "ProgramSettings.h"
+
 #include "engine/DLSQLiteDatabase.h"
 #include "engine/SQLText.h"
 #include "schema/DLSQLiteMetadata.h"
@@ -50,12 +52,6 @@ QStringList FilesOf(TDLSQLiteDatabase& Database) {
         if (!file.isEmpty()) files << file;
     }
     return files;
-}
-
-int ReadInt(QSettings& Ini, const QString& Key, int Default) {
-    bool ok = false;
-    const int value = Ini.value(Key, Default).toInt(&ok);
-    return ok ? value : Default;
 }
 
 }  // namespace

@@ -28,6 +28,14 @@
 
 namespace brindle {
 
+int ColorValue(const QColor& Color) {
+    return Color.red() | (Color.green() << 8) | (Color.blue() << 16);
+}
+
+QColor StoredColor(int Value) {
+    return QColor(Value & 0xFF, (Value >> 8) & 0xFF, (Value >> 16) & 0xFF);
+}
+
 const QStringList TfrmOptions::kPages{QStringLiteral("Show/Hide Features"),
                                       QStringLiteral("General"),
                                       QStringLiteral("Look and Feel"),
@@ -49,14 +57,6 @@ const char* const kTypeNames[] = {
     "Reference",   "DataSet",   "OraBlob",   "OraClob",       "Variant",  "Interface",  "IDispatch",
     "Guid",        "TimeStamp", "FMTBcd",    "FixedWideChar", "WideMemo"};
 static_assert(std::size(kTypeNames) == ftWideMemo + 1);
-
-// Colours are stored as 0x00BBGGRR.
-QColor StoredColor(int Value) {
-    return QColor(Value & 0xFF, (Value >> 8) & 0xFF, (Value >> 16) & 0xFF);
-}
-int ColorValue(const QColor& C) {
-    return C.red() | (C.green() << 8) | (C.blue() << 16);
-}
 
 void ShowColor(QPushButton* Button, int Value) {
     Button->setStyleSheet(QStringLiteral("background-color: %1").arg(StoredColor(Value).name()));

@@ -6,6 +6,7 @@
 #include "RegSettings.h"
 #include "engine/DLTypeMapping.h"
 
+#include <QColor>
 #include <QDialog>
 #include <QFont>
 
@@ -24,6 +25,10 @@ class QTreeWidget;
 namespace brindle {
 
 struct TLibraryEntry;
+
+// Colours as the store keeps them, 0x00BBGGRR, and back.
+int ColorValue(const QColor& Color);
+QColor StoredColor(int Value);
 
 // What the dialog edits.
 struct TOptionsData {

@@ -5,6 +5,7 @@
 #include <QSettings>
 
 #include <algorithm>
+#include <utility>
 
 namespace brindle {
 
@@ -72,18 +73,27 @@ QString StartupOptionsFileName() {
 // ---------------------------------------------------------------------------
 // TFeatureList
 
-TFeature* TFeatureList::FindItem(const QString& Category, const QString& Name) {
-    for (TFeature& f : FItems)
+const TFeature* TFeatureList::FindItem(const QString& Category, const QString& Name) const {
+    for (const TFeature& f : FItems)
         if (f.Category.compare(Category, Qt::CaseInsensitive) == 0 &&
             f.Name.compare(Name, Qt::CaseInsensitive) == 0)
             return &f;
     return nullptr;
 }
 
+TFeature* TFeatureList::FindItem(const QString& Category, const QString& Name) {
+    return const_cast<TFeature*>(std::as_const(*this).FindItem(Category, Name));
+}
+
 TFeature& TFeatureList::GetItems(const QString& Category, const QString& Name) {
     if (TFeature* f = FindItem(Category, Name)) return *f;
     FItems.push_back({Category, Name, true});
     return FItems.back();
+}
+
+bool TFeatureList::IsEnabled(const QString& Category, const QString& Name) const {
+    const TFeature* f = FindItem(Category, Name);
+    return !f || f->Enabled;
 }
 
 void TFeatureList::GetCategories(QStringList& List) const {

@@ -54,8 +54,11 @@ class TFeatureList {
 public:
     // Case-insensitive on both; null when absent.
     TFeature* FindItem(const QString& Category, const QString& Name);
+    const TFeature* FindItem(const QString& Category, const QString& Name) const;
     // Finds or adds (enabled): a lookup never fails.
     TFeature& GetItems(const QString& Category, const QString& Name);
+    // A feature that is not listed counts as enabled.
+    bool IsEnabled(const QString& Category, const QString& Name) const;
     void GetCategories(QStringList& List) const;
     void GetCategoryItems(const QString& Category, QStringList& List) const;
     int Count() const { return static_cast<int>(FItems.size()); }

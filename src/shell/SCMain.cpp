@@ -54,14 +54,6 @@ namespace brindle {
 
 namespace {
 
-// Colours are stored as 0x00BBGGRR.
-int ColorValue(const QColor& C) {
-    return C.red() | (C.green() << 8) | (C.blue() << 16);
-}
-QColor StoredColor(int Value) {
-    return QColor(Value & 0xFF, (Value >> 8) & 0xFF, (Value >> 16) & 0xFF);
-}
-
 TFontSetting FontSetting(const QFont& Font, const QColor& Color = Qt::black) {
     TFontSetting s;
     s.Name = Font.family();
@@ -912,13 +904,6 @@ void TfrmSCMain::UpdateControls() {
     FUpdatingControls = false;
 }
 
-bool TfrmSCMain::FeatureEnabled(const QString& Name) const {
-    for (int i = 0; i < FFeatures.Count(); ++i)
-        if (FFeatures[i].Category == QLatin1String("Show/Hide features") && FFeatures[i].Name == Name)
-            return FFeatures[i].Enabled;
-    return true;
-}
-
 void TfrmSCMain::InternalUpdateControls() {
     const bool running = FCanAbort;
     const bool editing = FEditingTable || FEditingView || FEditingVirtualTable;
@@ -945,21 +930,19 @@ void TfrmSCMain::InternalUpdateControls() {
     acRollbackToSavepoint->setEnabled(savepoints && idle);
     acRefreshData->setEnabled((item == itTable || item == itView || item == itVirtualTable) && idle);
 
-    const bool attach = FeatureEnabled(QStringLiteral("Attach/Detach databases"));
+    const QString features = QStringLiteral("Show/Hide features");
+    const bool attach = FFeatures.IsEnabled(features, QStringLiteral("Attach/Detach databases"));
     acAttachDatabase->setVisible(attach);
     acDetachDatabase->setVisible(attach);
-    const bool transactions = FeatureEnabled(QStringLiteral("Transaction options"));
+    const bool transactions = FFeatures.IsEnabled(features, QStringLiteral("Transaction options"));
     for (QAction* a : {acBeginTransaction, acCommit, acRollback, acSavepoint, acReleaseSavepoint,
                        acRollbackToSavepoint, miTransaction->menuAction()})
         a->setVisible(transactions);
     acOpenRecentDatabase->setVisible(!FRegistry->FRecentDatabases.isEmpty());
 
     auto tab = [this](QWidget* Page, const char* Feature, bool Rule) {
-        bool shown = Rule;
-        for (int i = 0; i < FFeatures.Count(); ++i)
-            if (FFeatures[i].Category == QLatin1String("Show/Hide tabs") &&
-                FFeatures[i].Name == QLatin1String(Feature))
-                shown = shown && FFeatures[i].Enabled;
+        const bool shown =
+            Rule && FFeatures.IsEnabled(QStringLiteral("Show/Hide tabs"), QLatin1String(Feature));
         pcMain->setTabVisible(pcMain->indexOf(Page), shown);
     };
     tab(tabDatabase, "Database", idle);
@@ -1218,10 +1201,6 @@ void TfrmSCMain::Guard(const std::function<void()>& Command) {
 }
 
 void TfrmSCMain::ShowError(const QString& Message) {
-    ShowErrorText(Message);
-}
-
-void TfrmSCMain::ShowErrorText(const QString& Message) {
     // Error texts carry CRLF line ends; the box wants plain line feeds.
     QString text = Message;
     text.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));

@@ -115,10 +115,8 @@ private:
     void ApplySettings();
     void CollectSettings();
     bool Confirm(const QString& Question);
-    void ShowErrorText(const QString& Message);
     // Runs a command; an exception's message goes to the error box.
     void Guard(const std::function<void()>& Command);
-    bool FeatureEnabled(const QString& Name) const;
     TDLSQLiteDatabase* ConnectedCurrent();
     void FocusedNodeChanged();
 
