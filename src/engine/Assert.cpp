@@ -1,14 +1,27 @@
 #include "Assert.h"
 
 #include <cstdio>
-#include <cstdlib>
 
 namespace brindle {
 
-void AssertionFailure(const char* message, const char* file, int line) {
-    std::fprintf(stderr, "Assertion failure: %s (%s, line %d)\n", message, file, line);
+namespace {
+
+QString FailureText(const char* message, const char* file, int line) {
+    return QStringLiteral("Assertion failure: %1 (%2, line %3)")
+        .arg(QString::fromUtf8(message), QString::fromUtf8(file))
+        .arg(line);
+}
+
+}  // namespace
+
+void ReportAssertionFailure(const char* message, const char* file, int line) {
+    std::fprintf(stderr, "%s\n", FailureText(message, file, line).toLocal8Bit().constData());
     std::fflush(stderr);
-    std::abort();
+}
+
+void AssertionFailure(const char* message, const char* file, int line) {
+    ReportAssertionFailure(message, file, line);
+    throw EAssertionFailure(FailureText(message, file, line));
 }
 
 }  // namespace brindle

@@ -113,7 +113,7 @@ TSQLite3BaseDriver::TSQLite3BaseDriver() = default;
 TSQLite3BaseDriver::~TSQLite3BaseDriver() {
     {
         std::lock_guard<std::mutex> g(FLock);
-        BRINDLE_ASSERT(FDatabases.empty(), "connections left open");
+        if (!FDatabases.empty()) ReportAssertionFailure("connections left open", __FILE__, __LINE__);
     }
     // Only the entry table goes; the engine itself is process-wide and may
     // still serve another driver object on the same library.

@@ -6,6 +6,8 @@
 #include "engine/DLSQLite3API.h"
 #include "engine/Exceptions.h"
 
+#include "engine/Assert.h"
+
 #include <gtest/gtest.h>
 
 using namespace brindle;
@@ -117,8 +119,7 @@ TEST_F(DriverTest, SameDriverNameComparesBareFileNames) {
 }
 
 TEST_F(DriverTest, ClosingAForeignHandleIsAnAssertionFailure) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_DEATH(SQLite3Driver->sqlite3_close(reinterpret_cast<sqlite3*>(0x1234)), "Assertion failure");
+    EXPECT_THROW(SQLite3Driver->sqlite3_close(reinterpret_cast<sqlite3*>(0x1234)), EAssertionFailure);
 }
 
 TEST_F(DriverTest, CapabilitiesOfAnOutsideLibraryLeaveTheCurrentOneAlone) {

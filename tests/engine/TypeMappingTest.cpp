@@ -1,6 +1,8 @@
 #include "EngineTestSupport.h"
 #include "engine/DLTypeMapping.h"
 
+#include "engine/Assert.h"
+
 #include <gtest/gtest.h>
 
 namespace brindle {
@@ -99,8 +101,8 @@ TEST(TypeMappingTest, FieldTypeToDeclaredType) {
 TEST(TypeMappingDeathTest, AddAssertsOnDuplicatesAndForeignTypes) {
     TDLTypeMappings t;
     t.AddTypeMapping(QStringLiteral("Int"), ftLargeint);
-    EXPECT_DEATH(t.AddTypeMapping(QStringLiteral("INT"), ftInteger), "Assertion failure");
-    EXPECT_DEATH(t.AddTypeMapping(QStringLiteral("CURSOR"), ftCursor), "Assertion failure");
+    EXPECT_THROW(t.AddTypeMapping(QStringLiteral("INT"), ftInteger), EAssertionFailure);
+    EXPECT_THROW(t.AddTypeMapping(QStringLiteral("CURSOR"), ftCursor), EAssertionFailure);
 }
 
 TEST(TypeMappingTest, DatabaseMapsFieldsThroughItsOwnCopy) {

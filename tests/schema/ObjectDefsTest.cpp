@@ -3,6 +3,8 @@
 #include "engine/DLSQLiteDatabase.h"
 #include "schema/DLObjectDefs.h"
 
+#include "engine/Assert.h"
+
 #include <gtest/gtest.h>
 
 namespace brindle {
@@ -201,7 +203,7 @@ TEST_F(ObjectDefsTest, IndexesAndTriggersFollowTheTable) {
               QStringLiteral("CREATE UNIQUE DESCENDING INDEX [main].[d] ON [t] ([id]);"));
     descending.FOptions = ixDescending;
     EXPECT_EQ(t.GetIndexSQL(descending), QStringLiteral("CREATE DESCENDING INDEX [main].[d] ON [t] ([id]);"));
-    EXPECT_DEATH(t.GetIndexSQL(t.Indexes(0)), "Assertion failure");
+    EXPECT_THROW(t.GetIndexSQL(t.Indexes(0)), EAssertionFailure);
 }
 
 TEST_F(ObjectDefsTest, TemporaryAndEmptyTables) {
