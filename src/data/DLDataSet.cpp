@@ -13,7 +13,6 @@
 #include "engine/Exceptions.h"
 
 #include <QDateTime>
-#include <QRegularExpression>
 #include <algorithm>
 #include <climits>
 #include <utility>
@@ -554,13 +553,28 @@ TDLSQLDataSet::~TDLSQLDataSet() {
         Close();
     } catch (...) {  // nothing may leave a destructor
     }
+    if (FDatabase) FDatabase->UnregisterClient(this);
 }
 
 void TDLSQLDataSet::SetDatabase(TDLSQLiteDatabase* Value) {
     if (Value == FDatabase) return;
     Close();
     FSingleSQLHandle.reset();
+    if (FDatabase) FDatabase->UnregisterClient(this);
     FDatabase = Value;
+    if (FDatabase) FDatabase->RegisterClient(this);
+}
+
+void TDLSQLDataSet::ConnectionClosing() {
+    // A pending edit goes in while it still can; one that fails is dropped
+    // with the rest, as a close drops it.
+    Close();
+    FSingleSQLHandle.reset();
+}
+
+void TDLSQLDataSet::ConnectionDestroyed() {
+    FSingleSQLHandle.reset();
+    FDatabase = nullptr;
 }
 
 void TDLSQLDataSet::SetSQLStr(const QString& Value) {
@@ -607,11 +621,26 @@ void TDLSQLDataSet::InternalOpen() {
         FEofReached = false;
         FLastRecNo = 0;
         FSingleSQLHandle.reset();
-        FCheckpoints.clear();
+        FRowidMarks.Clear();
         FSeeking = false;
+        FStoppedAt = -1;
         FFields.Clear();
         TDLDataSet::InternalOpen();
         LoadRecords(0, static_cast<TDLBufferedData&>(*FRecs).Limit());
+    }
+    if (!FRecs) {
+        // Nothing but comments and blanks: a result without columns or rows.
+        FCurrentSQL.clear();
+        FFieldInfoRecs.clear();
+        FTableInfoRecs.clear();
+        UpdateKeyFields();
+        FCanModify = false;
+        FSingleSQLHandle.reset();
+        FRowidMarks.Clear();
+        FFields.Clear();
+        FLastRecNo = 0;
+        FEofReached = true;
+        TDLDataSet::InternalOpen();
     }
 }
 
@@ -621,6 +650,10 @@ void TDLSQLDataSet::InternalClose() {
 }
 
 void TDLSQLDataSet::InternalInitFieldDefs() {
+    if (FCurrentSQL.isEmpty()) {
+        FFieldDefs.Clear();
+        return;
+    }
     // The statement that will give the rows describes them.
     PrepareSingleSQL();
     InitializeFieldDefs(*FDatabase, *FSingleSQLHandle, *this);
@@ -653,18 +686,18 @@ void TDLSQLDataSet::PrepareSingleSQL() {
 void TDLSQLDataSet::LoadRecords(int Offset, int Limit) {
     BRINDLE_ASSERT(FDatabase, "rows loaded without a database");
     FAborted = false;
+    if (FCurrentSQL.isEmpty()) return;  // no statement, no rows
     if (!FSingleSQLHandle) {
         // A new statement: rows and their marks may have changed.
-        FCheckpoints.clear();
+        FRowidMarks.Clear();
         FSeeking = false;
         PrepareSingleSQL();
     }
     try {
         // Marks hold for the rowid order only: a sort of the user's has none.
         const bool seekable = !FSeekSQL.isEmpty() && FOrderClause.isEmpty();
-        if (seekable && !FCheckpoints.empty()) SeekTowards(Offset);
-        brindle::LoadRecords(*FDatabase, *this, *FSingleSQLHandle, Offset, Limit,
-                             seekable ? &FCheckpoints : nullptr, kCheckpointStep);
+        if (seekable) SeekTowards(Offset);
+        brindle::LoadRecords(*FDatabase, *this, *FSingleSQLHandle, Offset, Limit, seekable ? &FRowidMarks : nullptr);
     } catch (...) {
         FSingleSQLHandle.reset();
         // A later page that fails leaves nothing half-read on screen.
@@ -685,18 +718,23 @@ void TDLSQLDataSet::LoadRecords(int Offset, int Limit) {
     }
 }
 
+void TDLSQLDataSet::StopAt(int Count) {
+    FStoppedAt = Count;
+    FLastRecNo = Count;
+    FEofReached = true;
+}
+
 void TDLSQLDataSet::SeekTowards(int Offset) {
     const qint64 position = FSingleSQLHandle->FLastSteppedRecNo;
     // The reader would start the statement again, or step far ahead.
     const bool restart = Offset == 0 || Offset < position;
-    if (!restart && Offset - position <= kCheckpointStep) return;
-    const size_t mark = std::min(static_cast<size_t>(Offset / kCheckpointStep), FCheckpoints.size() - 1);
-    const qint64 start = static_cast<qint64>(mark) * kCheckpointStep;
-    if (mark >= 1 && (restart || start > position)) {
+    if (!restart && Offset - position <= TRowidMarks::Step) return;
+    qint64 start = 0, rowid = 0;
+    if (FRowidMarks.Nearest(Offset, start, rowid) && (restart || start > position)) {
         auto handle = std::make_unique<TSQLiteSQLHandle>(FDatabase, FSeekSQL);
         FDatabase->Prepare(*handle);
         if (handle->Prepared()) {
-            SQLite3Driver->sqlite3_bind_int64(handle->FSQLHandle, 1, FCheckpoints[mark]);
+            SQLite3Driver->sqlite3_bind_int64(handle->FSQLHandle, 1, rowid);
             handle->FLastSteppedRecNo = start;
             FSingleSQLHandle = std::move(handle);
             FSeeking = true;
@@ -710,6 +748,24 @@ void TDLSQLDataSet::SeekTowards(int Offset) {
     }
 }
 
+bool TDLSQLDataSet::MarkedRowid(const TDLRecData* Rec, qint64& Rowid) const {
+    const auto* rec = dynamic_cast<const TDLSQLiteRecData*>(Rec);
+    if (!rec || rec->FieldCount() == 0 || rec->GetStorageClass(0) != scInteger) return false;
+    Rowid = RawToInt64(rec->GetRawData(0));
+    return true;
+}
+
+void TDLSQLDataSet::RowidChanged(const TDLRecData* Before, const TDLRecData* After) {
+    if (FSeekSQL.isEmpty() || FRowidMarks.Empty()) return;
+    qint64 before = 0, after = 0;
+    const bool hasBefore = MarkedRowid(Before, before), hasAfter = MarkedRowid(After, after);
+    if ((Before && !hasBefore) || (After && !hasAfter)) {
+        FRowidMarks.Clear();  // a row whose place cannot be told
+    } else if (!Before || !After || before != after) {
+        FRowidMarks.RowChanged(!Before ? after : !After ? before : std::min(before, after));
+    }
+}
+
 int TDLSQLDataSet::GetRecordCount() {
     // Until the end was read, the count stays ahead of the cursor, so that
     // a scroll bar has room and reading on goes further.
@@ -720,14 +776,17 @@ void TDLSQLDataSet::SetOrderClause(const QString& Value) {
     FOrderClause = Value;
     if (!Active()) return;
     CheckBrowseMode();
+    // An order the statement does not take is left aside, as the next
+    // open leaves it: the rows stay as they are.
     const QString text = Value.isEmpty() ? FCurrentSQL : FCurrentSQL + u' ' + Value;
-    if (!FDatabase->IsValidSQL(text)) throw ECustomException(QStringLiteral("Cannot sort by: ") + Value);
+    if (!FDatabase->IsValidSQL(text)) return;
     FSingleSQLHandle.reset();
     auto& recs = static_cast<TDLBufferedData&>(*FRecs);
     recs.Clear();
     recs.SetOffset(0);
     FEofReached = false;
     FLastRecNo = 0;
+    FStoppedAt = -1;
     LoadRecords(0, recs.Limit());
     First();
 }
@@ -739,12 +798,22 @@ bool TDLSQLDataSet::Sortable() {
 }
 
 QString TDLSQLDataSet::ServerFilterCondition() {
+    // Dates and GUIDs compare otherwise in the engine; a column renamed in
+    // the result has a name the statement does not know.
     QStringList excluded;
     for (int i = 0; i < FFieldDefs.Count(); ++i) {
-        const TFieldType type = FFieldDefs.Items(i).DataType;
-        if (type == ftDate || type == ftTime || type == ftDateTime || type == ftGuid) excluded << FFieldDefs.Items(i).Name;
+        const TFieldDef& def = FFieldDefs.Items(i);
+        const TFieldType type = def.DataType;
+        const bool renamed = !def.OriginalFieldName.isEmpty() && def.OriginalFieldName != def.Name;
+        if (type == ftDate || type == ftTime || type == ftDateTime || type == ftGuid || renamed) excluded << def.Name;
     }
     return FDatabase->FixFilterExpression(FFilterText, excluded);
+}
+
+void TDLSQLDataSet::DescribeColumns(const QString& SQL) {
+    TSQLiteSQLHandle handle(FDatabase, SQL);
+    FDatabase->Prepare(handle);
+    if (handle.Prepared()) InitializeFieldDefs(*FDatabase, handle, *this);
 }
 
 void TDLSQLDataSet::CustomLike(const QVariant& Source, const QVariant& Pattern, bool& Result) {
@@ -769,21 +838,30 @@ void TDLSQLDataSet::InternalPost() {
     if (FState == dsInsert && !GetCanModify()) throw ECustomException(QStringLiteral("Can not insert"));
     BRINDLE_ASSERT(FDatabase, "a post without a database");
     if (FState == dsEdit) {
+        // The row as it was read, before the write reads it back.
+        std::unique_ptr<TDLRecData> before = FRecs->CreateRecData(IsSQLiteData());
+        if (const TDLRecData* old = OldRecData()) before->Assign(*old);
         PerformUpdate(*this, FInternalTableName);
+        RowidChanged(before.get(), ActiveRecData());
     } else {
         if (!PerformInsert(*this, FInternalTableName, FRefreshAfterInsert)) {
             // In the table, but not to be found by its key: not shown.
+            FRowidMarks.Clear();
             Cancel();
             return;
         }
+        RowidChanged(nullptr, ActiveRecData());
         ++FLastRecNo;
     }
     TDLDataSet::InternalPost();
 }
 
 void TDLSQLDataSet::InternalDelete() {
-    if (!GetCanModify()) throw ECustomException(QStringLiteral("Can not edit"));
+    // Without a key the delete says so itself; with one, a result kept
+    // read-only (a shadow table, or by the caller's wish) refuses.
+    if (!FOriginKeyFieldNames.isEmpty() && !GetCanModify()) throw ECustomException(QStringLiteral("Can not edit"));
     PerformDelete(*this, FInternalTableName);
+    RowidChanged(ActiveRecData(), nullptr);
     TDLDataSet::InternalDelete();
     --FLastRecNo;
 }
@@ -993,18 +1071,29 @@ TDataSet* TDLQuery::DataSource() const {
     return FDataLink ? FDataLink->Master() : nullptr;
 }
 
-bool TDLQuery::CanServerFilter() {
-    if (!Database()) return false;
-    QString text = SQLText().trimmed();
-    if (text.endsWith(u';')) text.chop(1);
-    if (text.contains(u';')) return false;
+QString TDLQuery::FilterableStatement() const {
+    if (!Database()) return QString();
+    QStringList pieces;
+    ParseSQL(SQLText(), pieces, true);
+    QString statement;
+    for (const QString& piece : pieces) {
+        if (GetSQLCommand(piece) == stUnknown) continue;  // comments and blanks
+        if (!statement.isEmpty()) return QString();
+        statement = piece;
+    }
     // A WHERE behind a compound SELECT would filter its last part only.
-    // Looked for in the whole text: a word in a string literal costs only
-    // the filter's place, which then stays in memory.
-    static const QRegularExpression compound(QStringLiteral("\\b(union|intersect|except)\\b"),
-                                             QRegularExpression::CaseInsensitiveOption);
-    if (text.contains(compound)) return false;
-    return Database()->IsValidSQL(text + QStringLiteral(" WHERE 1=1"));
+    if (statement.isEmpty() || HasSetOperationOrGrouping(statement)) return QString();
+    return statement;
+}
+
+QString TDLQuery::WithCondition(const QString& Statement, const QString& Condition) {
+    // On a line of its own: a comment at the statement's end ends there.
+    return Statement + QStringLiteral("\nWHERE ") + Condition;
+}
+
+bool TDLQuery::CanServerFilter() {
+    const QString statement = FilterableStatement();
+    return !statement.isEmpty() && Database()->IsValidSQL(WithCondition(statement, QStringLiteral("1=1")));
 }
 
 QString TDLQuery::SQLText() const {
@@ -1016,11 +1105,12 @@ void TDLQuery::SetActive(bool Value) {
         FServerFiltered = false;
         QString text = SQLText();
         if (FFiltered && !FFilterText.isEmpty() && CanServerFilter()) {
+            const QString statement = FilterableStatement();
+            // The columns the condition may name, as this statement has them.
+            DescribeColumns(statement);
             const QString where = ServerFilterCondition();
             if (!where.isEmpty()) {
-                text = text.trimmed();
-                if (text.endsWith(u';')) text.chop(1);
-                text += QStringLiteral(" WHERE ") + where;
+                text = WithCondition(statement, where);
                 FServerFiltered = true;
             }
         }

@@ -7,6 +7,8 @@
 
 #include "DataSet.h"
 #include "DLRecData.h"
+#include "DLRowidMarks.h"
+#include "engine/DLDatabase.h"
 #include "engine/DLParams.h"
 #include "engine/DLQueryInfo.h"
 
@@ -146,7 +148,7 @@ protected:
 // A dataset over the statements of a text, run on a SQLite database. Rows
 // come a window at a time; the count is known once the end was read, and
 // until then estimated ahead of the cursor.
-class TDLSQLDataSet : public TDLDataSet {
+class TDLSQLDataSet : public TDLDataSet, private IConnectionClient {
 public:
     TDLSQLDataSet();
     ~TDLSQLDataSet() override;
@@ -172,6 +174,10 @@ public:
     void SetLastRecNo(int Value) override { FLastRecNo = Value; }
     void SetEofReached() { FEofReached = true; }
     bool EofReached() const { return FEofReached; }
+    // A stop cut the result after Count rows: that is its count, and no
+    // later read goes beyond it until the statement runs anew. -1: not cut.
+    void StopAt(int Count);
+    int StoppedAt() const { return FStoppedAt; }
 
     bool FSmartBuffering = true;
     bool FCacheBlobs = true;
@@ -212,6 +218,8 @@ protected:
     // a field whose values the statement cannot compare as the filter
     // means them (dates, GUIDs).
     QString ServerFilterCondition();
+    // The field definitions from a statement's columns, without running it.
+    void DescribeColumns(const QString& SQL);
     // SQLite's own LIKE, so that a filter matches as a WHERE clause would.
     bool HasCustomLike() const override { return true; }
     void CustomLike(const QVariant& Source, const QVariant& Pattern, bool& Result) override;
@@ -234,15 +242,22 @@ protected:
     void UpdateKeyFields();
 
 private:
+    // The database closes: so does the dataset. It goes away: no link is left.
+    void ConnectionClosing() override;
+    void ConnectionDestroyed() override;
     void PrepareSingleSQL();
     std::vector<TFieldInfoRec> FFieldInfoRecs;
     std::vector<TTableInfoRec> FTableInfoRecs;
     // Puts a statement that continues the result at the noted row nearest
     // below Offset in place of the open one, when that saves stepping.
     void SeekTowards(int Offset);
-    static constexpr int kCheckpointStep = 2048;
-    std::vector<qint64> FCheckpoints;
+    // The rowid a row of a result in rowid order holds in its first column.
+    bool MarkedRowid(const TDLRecData* Rec, qint64& Rowid) const;
+    // Rows came, went or changed their rowid: marks from there on go.
+    void RowidChanged(const TDLRecData* Before, const TDLRecData* After);
+    TRowidMarks FRowidMarks;
     bool FSeeking = false;  // the open statement began at a mark
+    int FStoppedAt = -1;
 
     TDLSQLiteDatabase* FDatabase = nullptr;  // not owned
     QString FSQLStr;
@@ -300,6 +315,10 @@ private:
     void CreateParams();
     void SetParamsFromCursor();
     QString SQLText() const;
+    // The text's one statement, without its semicolon; empty when it holds
+    // none or several, or one a WHERE cannot follow.
+    QString FilterableStatement() const;
+    static QString WithCondition(const QString& Statement, const QString& Condition);
     QStringList FSQL;
     TParams FParams;
     bool FParamsMade = false;

@@ -27,6 +27,12 @@ public:
     int Precision = 0;
     bool Required = false;
     int Attributes = 0;  // TFieldAttribute bits
+    // What the engine says of the column: its declared type whole and
+    // without size, its default, and its name before it was made unique.
+    QString FullSQLType;
+    QString SQLType;
+    QString DefaultValue;
+    QString OriginalFieldName;
 };
 
 class TFieldDefs {

@@ -319,7 +319,8 @@ bool TDLRecData::GetField(const TField& Field, QVariant* Value) const {
             *Value = RawToDateTime(raw);
             break;
         case ftCurrency:
-            *Value = RawToCurrency(raw);
+            // Kept scaled by 10000; a value is the amount itself.
+            *Value = static_cast<double>(RawToCurrency(raw)) / 10000.0;
             break;
         case ftLargeint:
             *Value = RawToInt64(raw);
@@ -365,7 +366,7 @@ void TDLRecData::SetField(const TField& Field, const QVariant& Value) {
             raw = FloatToRaw(Value.toDouble());
             break;
         case ftCurrency:
-            raw = CurrencyToRaw(Value.toLongLong());
+            raw = CurrencyToRaw(qRound64(Value.toDouble() * 10000.0));
             break;
         case ftLargeint:
             raw = Int64ToRaw(Value.toLongLong());
@@ -453,6 +454,7 @@ int TDLRecData::CompareTo(const TDLRecData& Dest, const TField& Field) const {
             return CompareBool(a.toBool(), b.toBool());
         }
         case ftFloat:
+        case ftCurrency:
         case ftDate:
         case ftTime:
         case ftDateTime: {
@@ -460,7 +462,6 @@ int TDLRecData::CompareTo(const TDLRecData& Dest, const TField& Field) const {
             values(a, b);
             return CompareFloat(a.toDouble(), b.toDouble());
         }
-        case ftCurrency:
         case ftLargeint: {
             // Starts at 0: a reading may leave the value as it was.
             QVariant a(qint64(0)), b(qint64(0));

@@ -293,6 +293,96 @@ QString GetKeyWhereClause(TDLSQLDataSet& DataSet, TParams& KeyParams) {
     return clause;
 }
 
+namespace {
+
+// "where a = ? and b is ?" over the key's table columns, for the values
+// Params holds in the key's order.
+QString KeyWhereClause(const QStringList& Origins, const TParams& Params) {
+    QString clause;
+    for (int i = 0; i < Origins.size(); ++i)
+        clause += (i == 0 ? QStringLiteral("where ") : QStringLiteral(" and ")) +
+                  QuoteIdentifier(UnQuoteIdentifier(Origins[i])) +
+                  (Params[i].IsNull() ? QStringLiteral(" is ?") : QStringLiteral(" = ?"));
+    return clause;
+}
+
+// The key of the active row as the table holds it after the row was
+// written: a key field that was changed gives its new value, the rowid
+// follows a change of the column that stands for it, any other key value
+// stays what it was. After an insert every value is new.
+void GetWrittenKey(TDLSQLDataSet& DataSet, const QString& TableName, bool Inserted, TParams& KeyParams) {
+    TDLSQLiteDatabase& db = *DataSet.Database();
+    const TDLRecData* rec = DataSet.ActiveRecData();
+    const TDLRecData* old = Inserted ? nullptr : DataSet.OldRecData();
+    const QStringList keys = DataSet.FKeyFieldNames.split(u';', Qt::SkipEmptyParts);
+    const QStringList origins = DataSet.FOriginKeyFieldNames.split(u';', Qt::SkipEmptyParts);
+    QString alias;  // read once, and only when a rowid may have moved
+    bool aliasRead = false;
+    for (int i = 0; i < origins.size(); ++i) {
+        const TField* field = DataSet.FindField(UnQuoteIdentifier(keys.value(i)));
+        const QString origin = UnQuoteIdentifier(origins[i]);
+        TParam p;
+        if (Inserted && TDLSQLiteDatabase::IsRowIDField(origin) && SameObject(db.GetRowIDFieldName(TableName), origin)) {
+            p.DataType = ftLargeint;
+            p.Value = db.GetLastInsertRowID();
+        } else if (field && rec && (Inserted || rec->GetModified(field->Index()))) {
+            p = StoredValueToParam(*rec, *field);
+        } else {
+            if (field && (old || rec)) p = StoredValueToParam(old ? *old : *rec, *field);
+            if (rec && TDLSQLiteDatabase::IsRowIDField(origin)) {
+                if (!aliasRead) {
+                    alias = db.GetRowIDAliasField(TableName);
+                    aliasRead = true;
+                }
+                // The INTEGER PRIMARY KEY is the rowid: a new value renumbers the row.
+                for (int f = 0; !alias.isEmpty() && f < DataSet.Fields().Count(); ++f) {
+                    const TField& changed = DataSet.Fields()[f];
+                    if (changed.FFieldKind == fkData && rec->GetModified(changed.Index()) &&
+                        GetFieldOrigin(changed).compare(alias, Qt::CaseInsensitive) == 0) {
+                        p = StoredValueToParam(*rec, changed);
+                        break;
+                    }
+                }
+            }
+        }
+        AddParam(KeyParams, p);
+    }
+}
+
+// Reads the row the key finds into the active record, so that it shows
+// what the table holds: defaults, the rowid, what triggers did, a value
+// the column's affinity converted. False when no row answers. A statement
+// that fails raises with the engine's message.
+bool ReadBackRow(TDLSQLDataSet& DataSet, const QString& TableName, const TParams& KeyParams) {
+    QStringList list;
+    for (int i = 0; i < DataSet.Fields().Count(); ++i) {
+        const TField& field = DataSet.Fields()[i];
+        if (field.FFieldKind != fkData) continue;
+        list << QuoteIdentifier(GetFieldOrigin(field)) + u' ' + QuoteIdentifier(field.FieldName());
+    }
+    const QStringList origins = DataSet.FOriginKeyFieldNames.split(u';', Qt::SkipEmptyParts);
+    if (list.isEmpty() || origins.isEmpty() || !DataSet.ActiveRecData()) return true;
+    TDLQuery q;
+    q.FAllowPreprocess = false;
+    q.SetDatabase(DataSet.Database());
+    q.SetSQL(QStringLiteral("select %1 from %2 ").arg(list.join(QStringLiteral(", ")), QuoteObject(TableName)) +
+             KeyWhereClause(origins, KeyParams));
+    // Typed as the row stores them: a date, a GUID or an amount in a key
+    // is compared as what the table holds.
+    TParams& params = q.Params();
+    for (int i = 0; i < params.Count() && i < KeyParams.Count(); ++i) {
+        params[i].DataType = KeyParams[i].DataType;
+        params[i].Size = KeyParams[i].Size;
+        params[i].SetValue(KeyParams[i].Value);
+    }
+    q.Open();
+    if (q.IsEmpty()) return false;
+    DataSet.ActiveRecData()->CopyFrom(*q.ActiveRecData());
+    return true;
+}
+
+}  // namespace
+
 void PerformUpdate(TDLSQLDataSet& DataSet, const QString& TableName) {
     BRINDLE_ASSERT(DataSet.Database(), "an update without a database");
     TDLSQLiteDatabase& db = *DataSet.Database();
@@ -316,6 +406,10 @@ void PerformUpdate(TDLSQLDataSet& DataSet, const QString& TableName) {
     for (int i = 0; i < keyParams.Count(); ++i) AddParam(params, keyParams[i]);
     db.Execute(QStringLiteral("update %1 set ").arg(QuoteObject(TableName)) + sets.join(QStringLiteral(", ")) + u' ' + where,
                &params);
+    // The row keeps the key it has now, also when the edit changed it.
+    TParams written;
+    GetWrittenKey(DataSet, TableName, false, written);
+    ReadBackRow(DataSet, TableName, written);
 }
 
 void PerformDelete(TDLSQLDataSet& DataSet, const QString& TableName) {
@@ -360,45 +454,9 @@ bool PerformInsert(TDLSQLDataSet& DataSet, const QString& TableName, bool Refres
     TDLSQLiteDatabase& db = *DataSet.Database();
     InsertCurrentRecord(db, DataSet, TableName, DataSet.FInsertNulls);
     if (!RefreshRecord) return true;
-    QStringList list;
-    for (int i = 0; i < DataSet.Fields().Count(); ++i) {
-        const TField& field = DataSet.Fields()[i];
-        if (field.FFieldKind != fkData) continue;
-        list << QuoteIdentifier(GetFieldOrigin(field)) + u' ' + QuoteIdentifier(field.FieldName());
-    }
-    if (list.isEmpty()) return true;
-    TParams keyParams;
-    QString where = GetKeyWhereClause(DataSet, keyParams);
-    if (where.isEmpty()) return true;
-    TParams params;
-    if (SameObject(db.GetRowIDFieldName(TableName), DataSet.FOriginKeyFieldNames)) {
-        params.Add(QString(), ftLargeint, db.GetLastInsertRowID());
-        where = QStringLiteral("where ") + QuoteIdentifier(UnQuoteIdentifier(DataSet.FOriginKeyFieldNames)) +
-                QStringLiteral(" = ?");
-    } else {
-        // The key as the new row holds it now.
-        for (const QString& key : DataSet.FKeyFieldNames.split(u';', Qt::SkipEmptyParts)) {
-            const TField* field = DataSet.FindField(UnQuoteIdentifier(key));
-            params.Add(QString(), field ? field->DataType() : ftUnknown,
-                       field ? DataSet.GetFieldValue(*field) : QVariant());
-        }
-        // A key value that is null now is compared with "is".
-        QStringList terms;
-        const QStringList origins = DataSet.FOriginKeyFieldNames.split(u';', Qt::SkipEmptyParts);
-        for (int i = 0; i < origins.size(); ++i)
-            terms << QuoteIdentifier(UnQuoteIdentifier(origins[i])) +
-                         (params[i].IsNull() ? QStringLiteral(" is ?") : QStringLiteral(" = ?"));
-        where = QStringLiteral("where ") + terms.join(QStringLiteral(" and "));
-    }
-    TDLQuery q;
-    q.FAllowPreprocess = false;
-    q.SetDatabase(&db);
-    q.SetSQL(QStringLiteral("select %1 from %2 ").arg(list.join(QStringLiteral(", ")), QuoteObject(TableName)) + where);
-    for (int i = 0; i < params.Count(); ++i) q.Params()[i].SetValue(params[i].Value);
-    q.Open();
-    if (q.IsEmpty()) return false;
-    DataSet.ActiveRecData()->CopyFrom(*q.ActiveRecData());
-    return true;
+    TParams key;
+    GetWrittenKey(DataSet, TableName, true, key);
+    return ReadBackRow(DataSet, TableName, key);
 }
 
 bool FieldToSQLStr(const TField& Field, QString& Value) {

@@ -1,6 +1,8 @@
 #include "DLSQLiteLoad.h"
 
 #include "DLDataSet.h"
+#include "DLRowidMarks.h"
+#include "DLTable.h"
 #include "engine/DLDateTime.h"
 #include "engine/DLSQLite3API.h"
 #include "engine/DLQuoteTools.h"
@@ -101,13 +103,29 @@ void GetFieldRecs(TDLSQLiteDatabase& Database, TDLSQLDataSet& DataSet, TSQLiteSQ
         for (int k = 1; taken(f.FieldName); ++k) f.FieldName = QStringLiteral("%1_%2").arg(name).arg(k);
         Fields.push_back(f);
     }
+    // A rewritten statement names every column by its unique name; the
+    // engine's own name for it is kept from the reading of the query.
+    for (TFieldRecord& f : Fields)
+        for (const TFieldInfoRec& info : DataSet.FieldInfoRecs())
+            if (info.FinalName.compare(f.FieldName, Qt::CaseInsensitive) == 0) f.OriginalFieldName = info.OriginalFieldName;
+    // A table's own columns say which are required and what they default to.
+    if (const auto* table = dynamic_cast<const TDLTable*>(&DataSet)) {
+        TFieldRecords columns;
+        Database.GetFields(table->TableName(), columns);
+        for (TFieldRecord& f : Fields)
+            for (const TFieldRecord& c : columns)
+                if (c.FieldName.compare(f.FieldName, Qt::CaseInsensitive) == 0) {
+                    f.Required = c.Required;
+                    f.DefaultValue = c.DefaultValue;
+                }
+    }
     for (int i = 0; i < n; ++i) {
         TFieldRecord& f = Fields[static_cast<size_t>(i)];
+        f.FullSQLType = declared[i];
         if (const TField* field = DataSet.FindField(f.FieldName)) {
             f.DataType = field->DataType();
             f.Size = field->Size();
         } else if (!declared[i].isEmpty()) {
-            f.FullSQLType = declared[i];
             Database.SQLStrToDataType(declared[i], f.DataType, f.Size, f.Precision, f.SQLType);
             // A type name the mappings do not know is read as text.
             if (f.DataType == ftUnknown) f.DataType = ftWideString;
@@ -124,11 +142,15 @@ void InitializeFieldDefs(TDLSQLiteDatabase& Database, TSQLiteSQLHandle& SQLHandl
         const TFieldType type = DataTypeToSupportedDataType(f.DataType);
         TFieldDef& def = defs.Add(f.FieldName, type, KeepsSize(type) ? f.Size : (type == ftGuid ? 38 : 0), f.Required);
         def.Precision = f.Precision;
+        def.FullSQLType = f.FullSQLType;
+        def.SQLType = f.SQLType;
+        def.DefaultValue = f.DefaultValue;
+        def.OriginalFieldName = f.OriginalFieldName;
     }
 }
 
 void LoadRecords(TDLSQLiteDatabase& Database, TDLSQLDataSet& DataSet, TSQLiteSQLHandle& SQLHandle, int Offset,
-                 int Limit, std::vector<qint64>* Checkpoints, int CheckpointStep) {
+                 int Limit, TRowidMarks* Marks) {
     TWaitCursorGuard wait(Database.FShowWaitCursor);
     TDLDataSetData& recs = *DataSet.Recs();
     recs.Clear();
@@ -162,10 +184,12 @@ void LoadRecords(TDLSQLiteDatabase& Database, TDLSQLDataSet& DataSet, TSQLiteSQL
     }
     const bool unicode = Database.Unicode();
     const int encoding = Database.GetEncoding();
-    const qint64 end = static_cast<qint64>(Offset) + Limit;
+    qint64 end = static_cast<qint64>(Offset) + Limit;
+    // A result cut by a stop ends there, whatever a later window asks.
+    if (DataSet.StoppedAt() >= 0) end = std::min<qint64>(end, DataSet.StoppedAt());
 
     bool Continue = true;
-    for (;;) {
+    while (SQLHandle.FLastSteppedRecNo < end) {
         const int rc = d.sqlite3_step(stmt);
         bool stopped = rc == SQLITE_INTERRUPT;
         if (rc == SQLITE_DONE) {
@@ -177,10 +201,8 @@ void LoadRecords(TDLSQLiteDatabase& Database, TDLSQLDataSet& DataSet, TSQLiteSQL
             if (!Continue) stopped = true;
         }
         if (stopped) {
-            // A stopped result ends where it stopped; reading on would run
-            // the statement again from its start.
             DataSet.Abort();
-            DataSet.SetEofReached();
+            DataSet.StopAt(static_cast<int>(SQLHandle.FLastSteppedRecNo));
             break;
         }
         if (rc == SQLITE_MISUSE) break;
@@ -190,10 +212,8 @@ void LoadRecords(TDLSQLiteDatabase& Database, TDLSQLDataSet& DataSet, TSQLiteSQL
             Database.SQLiteCheck(rc, statement);
             break;
         }
-        if (Checkpoints && SQLHandle.FLastSteppedRecNo % CheckpointStep == 0 &&
-            SQLHandle.FLastSteppedRecNo / CheckpointStep == static_cast<qint64>(Checkpoints->size()))
-            Checkpoints->push_back(d.sqlite3_column_int64(stmt, 0));
-        if (SQLHandle.FLastSteppedRecNo >= Offset && SQLHandle.FLastSteppedRecNo < end) {
+        if (Marks && Marks->Wants(SQLHandle.FLastSteppedRecNo)) Marks->Note(d.sqlite3_column_int64(stmt, 0));
+        if (SQLHandle.FLastSteppedRecNo >= Offset) {
             std::unique_ptr<TDLRecData> rec = recs.CreateRecData(true);
             auto& sqliteRec = static_cast<TDLSQLiteRecData&>(*rec);
             sqliteRec.FEncoding = encoding;
@@ -205,7 +225,6 @@ void LoadRecords(TDLSQLiteDatabase& Database, TDLSQLDataSet& DataSet, TSQLiteSQL
         ++SQLHandle.FLastSteppedRecNo;
         if (DataSet.GetLastRecNo() < SQLHandle.FLastSteppedRecNo)
             DataSet.SetLastRecNo(static_cast<int>(SQLHandle.FLastSteppedRecNo));
-        if (SQLHandle.FLastSteppedRecNo >= end) break;
     }
 }
 

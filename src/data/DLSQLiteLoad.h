@@ -13,6 +13,7 @@ class TDLSQLiteDatabase;
 class TSQLiteSQLHandle;
 class TDLRecData;
 class TField;
+class TRowidMarks;
 
 // A column's name or declared type from the engine: the UTF-16 reading
 // when Unicode, else the UTF-8 one.
@@ -30,11 +31,12 @@ void InitializeFieldDefs(TDLSQLiteDatabase& Database, TSQLiteSQLHandle& SQLHandl
 // A BLOB value is left out of the row (to be read when shown) when the
 // dataset does not cache BLOBs and can read the value again.
 //
-// With Checkpoints, the integer in the first column of every
-// CheckpointStep-th row is noted as it is stepped over: entry i belongs to
-// row i * CheckpointStep (from 0).
+// With Marks, the rowid in the first column is noted as the rows are stepped
+// over. A stop (the progress handler or an interrupt) cuts the result where
+// it stopped: the dataset then knows its count, and no later call reads
+// beyond it.
 void LoadRecords(TDLSQLiteDatabase& Database, TDLSQLDataSet& DataSet, TSQLiteSQLHandle& SQLHandle, int Offset,
-                 int Limit, std::vector<qint64>* Checkpoints = nullptr, int CheckpointStep = 0);
+                 int Limit, TRowidMarks* Marks = nullptr);
 
 // Reads one value of the active row that a row read left out, by the rowid
 // of its table.

@@ -181,7 +181,8 @@ bool TDLSQLiteRecData::GetField(const TField& Field, QVariant* Value) const {
             *Value = StoredFloat(raw, storageClass);
             return true;
         case ftCurrency:
-            *Value = RoundToInt64(StoredFloat(raw, storageClass) * 10000.0);
+            // An amount has four decimals.
+            *Value = static_cast<double>(RoundToInt64(StoredFloat(raw, storageClass) * 10000.0)) / 10000.0;
             return true;
         case ftDate:
         case ftTime:
@@ -274,7 +275,7 @@ void TDLSQLiteRecData::SetField(const TField& Field, const QVariant& Value) {
         // Written to the engine as a float.
         SetHasData(index, true);
         SetModified(index, true);
-        SetRawData(index, FloatToRaw(static_cast<double>(Value.toLongLong()) / 10000.0));
+        SetRawData(index, FloatToRaw(static_cast<double>(qRound64(Value.toDouble() * 10000.0)) / 10000.0));
     } else {
         TDLRecData::SetField(Field, Value);
     }

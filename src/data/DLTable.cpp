@@ -183,7 +183,9 @@ void TDLTable::CreateFields() {
     TField& rowid = FFields[0];
     rowid.FReadOnly = true;
     rowid.FVisible = !FHideRowID;
-    rowid.FOrigin = QuoteIdentifier(FTableName) + u'.' + QuoteIdentifier(rowid.FieldName());
+    // The column itself: statements name it beside the table, and a
+    // qualified table would make "[main.t].[rowid]" of a table and a column.
+    rowid.FOrigin = rowid.FieldName();
 }
 
 void TDLTable::DoOnNewRecord() {

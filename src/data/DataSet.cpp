@@ -1,6 +1,7 @@
 #include "DataSet.h"
 
 #include "DLRecData.h"
+#include "engine/DLQuoteTools.h"
 #include "engine/Exceptions.h"
 
 #include <algorithm>
@@ -377,6 +378,14 @@ void TDataSet::DataEvent(TDataEvent Event) {
     // A copy: a listener may unregister while it is told.
     const std::vector<IDataSetListener*> listeners = FListeners;
     for (IDataSetListener* l : listeners) l->DataEvent(*this, Event);
+}
+
+QVariantList GetFieldValues(const TDataSet& DataSet, const QString& FieldNames) {
+    QStringList names;
+    FieldsToList(FieldNames, names, u';');
+    QVariantList result;
+    for (const QString& name : names) result.append(DataSet.GetFieldValue(DataSet.FieldByName(UnQuoteIdentifier(name))));
+    return result;
 }
 
 }  // namespace brindle

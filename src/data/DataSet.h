@@ -204,6 +204,10 @@ private:
     bool FPendingChange = false;
 };
 
+// The values of the named fields (";" between names, quoted or not) in the
+// record the state selects; "Field '%s' not found" for a name it lacks.
+QVariantList GetFieldValues(const TDataSet& DataSet, const QString& FieldNames);
+
 // Views of the dataset wait for the scope's end: controls are disabled
 // while it lives, and enabled again however it ends.
 class TControlsDisabled {

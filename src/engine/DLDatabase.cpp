@@ -21,6 +21,10 @@ void TCustomConnection::SetConnected(bool value) {
         if (AfterConnect) AfterConnect();
     } else {
         if (BeforeDisconnect) BeforeDisconnect();
+        // What reads through the connection lets go first; a client may
+        // unregister itself while it is told.
+        const std::vector<IConnectionClient*> clients = FClients;
+        for (IConnectionClient* c : clients) c->ConnectionClosing();
         DoDisconnect();
         if (AfterDisconnect) AfterDisconnect();
     }

@@ -22,6 +22,8 @@ class IConnectionClient {
 public:
     virtual ~IConnectionClient() = default;
     virtual void ConnectionDestroyed() = 0;
+    // The connection is about to close (not to go away).
+    virtual void ConnectionClosing() {}
 };
 
 // The connection: Connected runs DoConnect or DoDisconnect between the four

@@ -532,7 +532,10 @@ void TDLSQLiteDatabase::BindParams(TSQLiteSQLHandle& SQLHandle, const TParams* P
                 const QByteArray n = FUnicode ? p.Name.toUtf8() : p.Name.toLocal8Bit();
                 index = drv().sqlite3_bind_parameter_index(stmt, n.constData());
             } else if (c == u'?') {
-                index = p.Name.size() == 1 ? i + 1 : p.Name.mid(1).toInt();
+                // "?x" names no position: it stays -1, and the engine refuses it.
+                bool number = true;
+                index = p.Name.size() == 1 ? i + 1 : p.Name.mid(1).toInt(&number);
+                if (!number) index = -1;
             }
         }
         // A list may carry more values than this statement uses.
@@ -1351,6 +1354,37 @@ QString TDLSQLiteDatabase::GetRowIDFieldName(const QString& TableName) {
     QStringList list;
     GetRowIDFields(TableName, list);
     return list.value(0);
+}
+
+QString TDLSQLiteDatabase::GetRowIDAliasField(const QString& TableName) {
+    IRecordSetPtr info;
+    ReadTableInfo(TableName, info);
+    QString key, type;
+    int keys = 0;
+    for (int r = 0; r < info->GetRecordCount(); ++r) {
+        if (info->GetValueByName(r, QStringLiteral("pk")) == QLatin1String("0")) continue;
+        ++keys;
+        key = info->GetValueByName(r, QStringLiteral("name"));
+        type = info->GetValueByName(r, QStringLiteral("type"));
+    }
+    if (keys != 1 || type.trimmed().compare(QLatin1String("INTEGER"), Qt::CaseInsensitive) != 0) return QString();
+    // Any other key (DESC, or a table without rowid) is kept in an index of
+    // its own; the rowid's alias needs none.
+    QString db, name;
+    ParseObject(TableName, db, name);
+    IRecordSetPtr list =
+        GetRecordSet(QStringLiteral("pragma %1index_list(%2)").arg(pragmaPrefix(db), QuoteIdentifier(name)));
+    const bool hasOrigin = list->GetNames().contains(QLatin1String("origin"));
+    for (int r = 0; r < list->GetRecordCount(); ++r) {
+        if (hasOrigin) {
+            if (list->GetValueByName(r, QStringLiteral("origin")) == QLatin1String("pk")) return QString();
+        } else if (list->GetValueByName(r, QStringLiteral("name")).startsWith(QLatin1String("sqlite_autoindex_"))) {
+            QStringList columns;
+            GetIndexFields(TableName, list->GetValueByName(r, QStringLiteral("name")), columns);
+            if (columns.size() == 1 && columns.first().compare(key, Qt::CaseInsensitive) == 0) return QString();
+        }
+    }
+    return key;
 }
 
 QString TDLSQLiteDatabase::GetSelectSQL(const QString& TableName, const QStringList* Fields) {

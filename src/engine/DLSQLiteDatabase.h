@@ -262,6 +262,9 @@ public:
     void GetIndexFields(const QString& TableName, const QString& IndexName, QStringList& Fields);
     void GetRowIDFields(const QString& TableName, QStringList& List);
     QString GetRowIDFieldName(const QString& TableName);
+    // The column that is the rowid under a name of its own (a lone INTEGER
+    // PRIMARY KEY, not DESC); empty when there is none.
+    QString GetRowIDAliasField(const QString& TableName);
     // Fields null or empty: "*".
     QString GetSelectSQL(const QString& TableName, const QStringList* Fields);
     void GetFieldNamesFromTable(const QString& TableName, QStringList& List);

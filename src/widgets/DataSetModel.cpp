@@ -104,7 +104,6 @@ QString TDataSetModel::EditText(const QVariant& Value, TFieldType DataType) {
         case ftDateTime:
             return DateTimeToString(Value.toDouble());
         case ftCurrency:
-            return QString::number(static_cast<double>(Value.toLongLong()) / 10000.0, 'g', 19);
         case ftFloat:
             return QString::number(Value.toDouble(), 'g', QLocale::FloatingPointShortest);
         case ftGuid:
@@ -157,13 +156,10 @@ QVariant TDataSetModel::ValueFromText(const QString& Text, TFieldType DataType) 
             if (!ok) throw ECustomException(QStringLiteral("'%1' is not a valid integer value").arg(Text));
             return value;
         case ftFloat:
+        case ftCurrency:
         case ftBCD:
         case ftFMTBcd:
             value = Text.trimmed().toDouble(&ok);
-            if (!ok) throw ECustomException(QStringLiteral("'%1' is not a valid floating point value").arg(Text));
-            return value;
-        case ftCurrency:
-            value = qRound64(Text.trimmed().toDouble(&ok) * 10000.0);
             if (!ok) throw ECustomException(QStringLiteral("'%1' is not a valid floating point value").arg(Text));
             return value;
         case ftBoolean: {

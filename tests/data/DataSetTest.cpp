@@ -1,8 +1,10 @@
 // Queries over real SQLite files: paging through windows, counts known and
 // estimated, bookmarks, scripts, parameters and stored values.
+#include "QtPrinters.h"
 #include "TempDir.h"
 
 #include "data/DLDataSet.h"
+#include "data/DLTable.h"
 #include "engine/DLSQLite3API.h"
 #include "engine/DLSQLiteDatabase.h"
 #include "engine/Exceptions.h"
@@ -282,7 +284,6 @@ TEST_F(DataSetTest, OrdersAndFiltersOfAQuery) {
     EXPECT_EQ(q->GetRecordCount(), 12);
     q->SetOrderClause(QStringLiteral("order by i desc"));
     EXPECT_EQ(q->FieldByName(QStringLiteral("i")).Value().toLongLong(), 3000);
-    EXPECT_THROW(q->SetOrderClause(QStringLiteral("order by nothing_here")), ECustomException);
     q->Close();
 
     // Two statements: the filter stays in memory, and its count waits for
@@ -313,4 +314,120 @@ TEST_F(DataSetTest, DetailQueryTakesParametersFromItsMaster) {
     EXPECT_EQ(detail->FieldByName(QStringLiteral("s")).AsString(), QStringLiteral("row 4"));
     EXPECT_FALSE(detail->Params()[0].Bound);
     EXPECT_THROW(master->SetDataSource(detail.get()), ECustomException);
+}
+
+TEST_F(DataSetTest, TextWithoutStatementsOpensEmpty) {
+    for (const QString& sql : {QString(), QStringLiteral("-- only a comment"), QStringLiteral("/* a */ ; ;\n-- b")}) {
+        SCOPED_TRACE(sql.toStdString());
+        auto q = Query(sql);
+        ASSERT_NO_THROW(q->Open());
+        EXPECT_TRUE(q->Active());
+        EXPECT_TRUE(q->IsEmpty());
+        EXPECT_EQ(q->GetRecordCount(), 0);
+        EXPECT_EQ(q->Fields().Count(), 0);
+        q->First();
+        q->Last();
+        EXPECT_TRUE(q->Eof());
+    }
+}
+
+TEST_F(DataSetTest, AStoppedLoadIsCutWhereItStopped) {
+    Fill(3000);
+    auto q = Query(QStringLiteral("select * from t"));
+    q->Open();
+    // Stopped while the second window comes in.
+    int calls = 0;
+    db->FOnProgress = [&](bool& Continue) { Continue = ++calls < 60; };
+    int seen = 0;
+    for (q->First(); !q->Eof(); q->Next()) ++seen;
+    db->FOnProgress = nullptr;
+    const int count = q->GetRecordCount();
+    EXPECT_GT(count, 512);
+    EXPECT_LT(count, 3000);
+    EXPECT_EQ(seen, count);
+    // Reading again, in either direction, gives the same rows and no more.
+    seen = 0;
+    for (q->Last(); !q->Bof(); q->Prior()) ++seen;
+    EXPECT_EQ(seen, count);
+    q->SetRecNo(count);
+    EXPECT_EQ(q->FieldByName(QStringLiteral("i")).Value().toInt(), count);
+    EXPECT_EQ(q->GetRecordCount(), count);
+    // A new run reads everything.
+    q->Close();
+    q->Open();
+    q->Last();
+    EXPECT_EQ(q->GetRecordCount(), 3000);
+}
+
+TEST_F(DataSetTest, ServerFilterBehindACommentAndOnRenamedColumns) {
+    Fill(20);
+    // The condition goes on a line of its own, not into the comment.
+    auto q = Query(QStringLiteral("select * from t -- all rows"));
+    q->SetFilterText(QStringLiteral("i < 3"));
+    q->SetFiltered(true);
+    q->Open();
+    EXPECT_EQ(q->GetRecordCount(), 2);
+    // A column renamed in the result has no name the statement knows: the
+    // filter stays in memory.
+    auto r = Query(QStringLiteral("select i, i * 2 as i from t"));
+    r->SetFilterText(QStringLiteral("i_1 = 10"));
+    r->SetFiltered(true);
+    ASSERT_NO_THROW(r->Open());
+    int rows = 0;
+    for (r->First(); !r->Eof(); r->Next()) ++rows;
+    EXPECT_EQ(rows, 1);
+    EXPECT_EQ(r->FieldByName(QStringLiteral("i")).Value().toInt(), 5);
+}
+
+TEST_F(DataSetTest, SmallerContracts) {
+    Fill(5);
+    // A parameter named "?" and then no number cannot be bound anywhere.
+    TParams params;
+    params.Add(QStringLiteral("?x"), ftInteger, 1);
+    EXPECT_THROW(db->Execute(QStringLiteral("select * from t where i = ?"), &params), ECustomException);
+
+    // An order that does not run is left aside; the rows stay as they were.
+    auto q = Query(QStringLiteral("select * from t"));
+    q->Open();
+    q->SetOrderClause(QStringLiteral("order by i desc"));
+    EXPECT_EQ(q->FieldByName(QStringLiteral("i")).Value().toInt(), 5);
+    ASSERT_NO_THROW(q->SetOrderClause(QStringLiteral("order by no_such_column")));
+    EXPECT_EQ(q->FieldByName(QStringLiteral("i")).Value().toInt(), 5);
+    EXPECT_EQ(q->GetRecordCount(), 5);
+    EXPECT_EQ(GetFieldValues(*q, QStringLiteral("i;s")), QVariantList({qint64(5), QStringLiteral("row 5")}));
+
+    // A read-only result refuses a delete by its path's words.
+    auto ro = Query(QStringLiteral("select s || '' as s from t"));
+    ro->Open();
+    try {
+        ro->Delete();
+        FAIL() << "deleted";
+    } catch (const ECustomException& e) {
+        EXPECT_EQ(e.message(), QStringLiteral("Cannot update a read-only dataset"));
+    }
+
+    // The definitions say what the statement's columns are.
+    db->Execute(QStringLiteral("create table d(a varchar(10) not null default 'x', b money)"));
+    auto d = Query(QStringLiteral("select a, b, a from d"));
+    d->Open();
+    ASSERT_GE(d->FieldDefs().Count(), 3);
+    const TFieldDef& a = d->FieldDefs().Items(0);
+    EXPECT_EQ(a.FullSQLType, QStringLiteral("varchar(10)"));
+    EXPECT_EQ(a.SQLType.toUpper(), QStringLiteral("VARCHAR"));
+    EXPECT_EQ(a.Size, 10);
+    EXPECT_EQ(d->FieldDefs().Items(2).Name, QStringLiteral("a_1"));
+    EXPECT_EQ(d->FieldDefs().Items(2).OriginalFieldName, QStringLiteral("a"));
+    TDLTable table;
+    table.SetDatabase(db.get());
+    table.SetTableName(QStringLiteral("main.d"));
+    table.Open();
+    const TFieldDef& required = table.FieldDefs().Items(table.FieldDefs().IndexOf(QStringLiteral("a")));
+    EXPECT_TRUE(required.Required);
+    EXPECT_EQ(required.DefaultValue, QStringLiteral("'x'"));
+    EXPECT_FALSE(table.FieldDefs().Items(table.FieldDefs().IndexOf(QStringLiteral("b"))).Required);
+
+    // Closing the connection closes what reads through it.
+    db->SetConnected(false);
+    EXPECT_FALSE(q->Active());
+    EXPECT_FALSE(table.Active());
 }

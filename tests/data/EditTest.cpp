@@ -1,6 +1,7 @@
 // Editing query results in place: which SELECTs can be edited and by what
 // key (the cases live in a fixture), and that every edit reaches exactly
 // the one row it was made on, whatever else the table holds.
+#include "QtPrinters.h"
 #include "TempDir.h"
 
 #include "data/DLDataSet.h"
@@ -12,6 +13,7 @@
 #include "schema/DLSQLiteParser.h"
 
 #include <QFile>
+#include <QUuid>
 #include <gtest/gtest.h>
 
 using namespace brindle;
@@ -331,4 +333,125 @@ TEST_F(EditTest, BookmarksFollowTheirRowThroughEdits) {
     q->Refresh();
     EXPECT_EQ(q->FieldByName(QStringLiteral("a")).Value().toLongLong(), 1701);  // its place, the next row
     EXPECT_THROW(q->GotoBookmark(gone), ECustomException);
+}
+
+TEST_F(EditTest, QualifiedTablesEditInsertAndReadBack) {
+    // The shell names every table with its database.
+    db.Execute(QStringLiteral("create table t(a integer, b text default 'dflt');"
+                              "insert into t values (1, 'x'), (2, 'y')"));
+    for (const QString& sql : {QStringLiteral("select * from main.t"), QStringLiteral("select a, b from \"main\".[t]")}) {
+        SCOPED_TRACE(sql.toStdString());
+        auto q = Open(sql);
+        ASSERT_TRUE(q->GetCanModify());
+        q->Append();
+        q->FieldByName(QStringLiteral("a")).SetValue(3);
+        q->Post();
+        // Read back: the default the table filled in.
+        EXPECT_EQ(q->FieldByName(QStringLiteral("b")).AsString(), QStringLiteral("dflt"));
+        q->Edit();
+        q->FieldByName(QStringLiteral("b")).SetValue(QStringLiteral("new"));
+        q->Post();
+        EXPECT_EQ(Value(QStringLiteral("select group_concat(b) from t where a = 3")), QStringLiteral("new"));
+        q->Delete();
+        EXPECT_EQ(Value(QStringLiteral("select count(*) from t")), QStringLiteral("2"));
+    }
+}
+
+TEST_F(EditTest, ChangedKeysLeaveTheRowFoundByItsNewKey) {
+    // The INTEGER PRIMARY KEY is the rowid: changing it renumbers the row.
+    db.Execute(QStringLiteral("create table t(id integer primary key, v text);"
+                              "insert into t values (1, 'one'), (2, 'two')"));
+    for (const QString& sql : {QStringLiteral("select * from t"), QStringLiteral("select v, id from t"),
+                               QStringLiteral("select rowid, id, v from t")}) {
+        SCOPED_TRACE(sql.toStdString());
+        auto q = Open(sql);
+        ASSERT_TRUE(q->GetCanModify());
+        q->Edit();
+        q->FieldByName(QStringLiteral("id")).SetValue(50);
+        q->Post();
+        // Another row takes the old number; edits stay on the moved row.
+        db.Execute(QStringLiteral("insert into t values (1, 'newcomer')"));
+        q->Edit();
+        q->FieldByName(QStringLiteral("v")).SetValue(QStringLiteral("moved"));
+        q->Post();
+        EXPECT_EQ(Value(QStringLiteral("select group_concat(id || v, ',') from (select * from t order by id)")),
+                  QStringLiteral("1newcomer,2two,50moved"));
+        q->Delete();
+        EXPECT_EQ(Value(QStringLiteral("select group_concat(id, ',') from t")), QStringLiteral("1,2"));
+        db.Execute(QStringLiteral("update t set v = 'one' where id = 1"));
+    }
+    // DESC makes the key an ordinary column beside the rowid.
+    db.Execute(QStringLiteral("create table d(id integer primary key desc, v text);"
+                              "insert into d values (7, 'seven'), (8, 'eight')"));
+    auto d = Open(QStringLiteral("select id, v from d"));
+    d->Edit();
+    d->FieldByName(QStringLiteral("id")).SetValue(70);
+    d->Post();
+    d->Edit();
+    d->FieldByName(QStringLiteral("v")).SetValue(QStringLiteral("seventy"));
+    d->Post();
+    EXPECT_EQ(Value(QStringLiteral("select group_concat(id || v, ',') from d")), QStringLiteral("70seventy,8eight"));
+
+    // A key of a table without rowid, changed twice in a row.
+    db.Execute(QStringLiteral("create table w(k text primary key, v) without rowid;"
+                              "insert into w values ('a', 1), ('b', 2)"));
+    auto w = Open(QStringLiteral("select k, v from w"));
+    for (const char* key : {"c", "d"}) {
+        w->Edit();
+        w->FieldByName(QStringLiteral("k")).SetValue(QLatin1String(key));
+        w->Post();
+    }
+    w->Edit();
+    w->FieldByName(QStringLiteral("v")).SetValue(10);
+    w->Post();
+    EXPECT_EQ(Value(QStringLiteral("select group_concat(k || v, ',') from w")), QStringLiteral("b2,d10"));
+}
+
+TEST_F(EditTest, TypedKeysAndMoneyKeepTheirValues) {
+    // 13.25 is 13.25 on every road: update, insert, read back, literal.
+    db.Execute(QStringLiteral("create table m(id integer primary key, price money, small smallmoney);"
+                              "insert into m values (1, 1.5, 2)"));
+    auto m = Open(QStringLiteral("select * from m"));
+    const TField& price = m->FieldByName(QStringLiteral("price"));
+    ASSERT_EQ(price.DataType(), ftCurrency);
+    EXPECT_DOUBLE_EQ(price.Value().toDouble(), 1.5);
+    m->Edit();
+    price.DataSet()->SetFieldValue(price, 13.25);
+    m->Post();
+    EXPECT_EQ(Value(QStringLiteral("select quote(price) from m where id = 1")), QStringLiteral("13.25"));
+    QString literal;
+    ASSERT_TRUE(FieldToSQLStr(price, literal));
+    EXPECT_EQ(literal, QStringLiteral("13.25"));
+    m->Append();
+    m->FieldByName(QStringLiteral("small")).SetValue(0.01);
+    m->Post();
+    EXPECT_EQ(Value(QStringLiteral("select quote(small) from m where id = 2")), QStringLiteral("0.01"));
+    EXPECT_DOUBLE_EQ(m->FieldByName(QStringLiteral("small")).Value().toDouble(), 0.01);
+
+    // Keys of a declared type: a row inserted is found again and shown.
+    db.Execute(QStringLiteral("create table kd(d date primary key, v) without rowid;"
+                              "create table kg(g guid primary key, v) without rowid;"
+                              "create table km(c money primary key, v) without rowid"));
+    struct Case {
+        const char* table;
+        QVariant key;
+    };
+    for (const Case& c : {Case{"kd", QVariant(45000.0)},
+                          Case{"kg", QVariant::fromValue(QUuid(QStringLiteral("{6f9619ff-8b86-d011-b42d-00c04fc964ff}")))},
+                          Case{"km", QVariant(99.95)}}) {
+        SCOPED_TRACE(c.table);
+        auto q = Open(QStringLiteral("select * from %1").arg(QLatin1String(c.table)));
+        ASSERT_TRUE(q->GetCanModify());
+        q->Append();
+        q->Fields()[0].SetValue(c.key);
+        q->FieldByName(QStringLiteral("v")).SetValue(QStringLiteral("new"));
+        q->Post();
+        EXPECT_EQ(q->GetRecordCount(), 1);
+        EXPECT_EQ(q->FieldByName(QStringLiteral("v")).AsString(), QStringLiteral("new"));
+        q->Edit();
+        q->FieldByName(QStringLiteral("v")).SetValue(QStringLiteral("edited"));
+        q->Post();
+        EXPECT_EQ(Value(QStringLiteral("select group_concat(v) from %1").arg(QLatin1String(c.table))),
+                  QStringLiteral("edited"));
+    }
 }

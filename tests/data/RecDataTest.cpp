@@ -221,7 +221,7 @@ TEST(SQLiteRecData, StoredValuesReadAsTheFieldType) {
     EXPECT_EQ(ReadAs(rec, scText, text("12345678901"), ftLargeint), QVariant(qint64(0)));
     EXPECT_EQ(ReadAs(rec, scText, text("-123"), ftLargeint), QVariant(qint64(-123)));
     EXPECT_EQ(ReadAs(rec, scFloat, FloatToRaw(2.5), ftLargeint), QVariant(qint64(2)));
-    EXPECT_EQ(ReadAs(rec, scFloat, FloatToRaw(1.25), ftCurrency), QVariant(qint64(12500)));
+    EXPECT_EQ(ReadAs(rec, scFloat, FloatToRaw(1.25), ftCurrency), QVariant(1.25));
     EXPECT_EQ(ReadAs(rec, scText, text("abc"), ftFloat), QVariant(0.0));
     EXPECT_EQ(ReadAs(rec, scText, text("2024-01-02"), ftDate), QVariant(StringToDateTime("2024-01-02")));
     EXPECT_EQ(ReadAs(rec, scInteger, Int64ToRaw(45000), ftDateTime), QVariant(45000.0));
@@ -241,7 +241,7 @@ TEST(SQLiteRecData, StoredValuesReadAsTheFieldType) {
     EXPECT_EQ(rec.GetStorageClass(0), scNull);
     EXPECT_FALSE(rec.GetHasData(0));
     const TField money(nullptr, "x", ftCurrency, 0, 0);
-    rec.SetField(money, qint64(12500));
+    rec.SetField(money, 1.25);
     EXPECT_EQ(rec.GetStorageClass(0), scFloat);
     EXPECT_EQ(RawToFloat(rec.GetRawData(0)), 1.25);
 

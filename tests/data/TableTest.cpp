@@ -1,11 +1,13 @@
 // Tables read through TDLTable: the statement built from its settings, the
 // hidden rowid, filters that move into the statement, a detail following
 // its master, and windows read from noted rowids far from the first row.
+#include "QtPrinters.h"
 #include "TempDir.h"
 
 #include "data/DLTable.h"
 #include "engine/DLSQLite3API.h"
 #include "engine/DLSQLiteDatabase.h"
+#include "engine/DLQuoteTools.h"
 #include "engine/Exceptions.h"
 #include "schema/DLSQLiteParser.h"
 
@@ -160,4 +162,80 @@ TEST_F(TableTest, FarWindowsComeFromNotedRowids) {
     t->SetDescFields(QStringLiteral("n"));
     t->SetRecNo(rows - 2);
     EXPECT_EQ(t->FieldByName(QStringLiteral("n")).Value().toInt(), 3);
+}
+
+TEST_F(TableTest, QualifiedNamesEditInsertAndDelete) {
+    // The shell opens tables as "main.t"; an attached database's too.
+    db.Execute(QStringLiteral("attach %1 as aux; create table aux.staff(name text, pay real default 1.5);"
+                              "create table staff(name text, pay real default 1.5)")
+                   .arg(QuotedStr(dir.file(QStringLiteral("aux.db")))));
+    for (const QString& name : {QStringLiteral("main.staff"), QStringLiteral("aux.staff")}) {
+        SCOPED_TRACE(name.toStdString());
+        auto t = Table(name);
+        t->Open();
+        const int before = t->GetRecordCount();
+        t->Append();
+        t->FieldByName(QStringLiteral("name")).SetValue(QStringLiteral("eve"));
+        t->Post();
+        EXPECT_EQ(t->GetRecordCount(), before + 1);
+        // Read back from the table: the rowid and the default it gave.
+        EXPECT_GT(t->Fields()[0].Value().toLongLong(), 0);
+        EXPECT_DOUBLE_EQ(t->FieldByName(QStringLiteral("pay")).Value().toDouble(), 1.5);
+        t->Edit();
+        t->FieldByName(QStringLiteral("pay")).SetValue(9.5);
+        t->Post();
+        const QString sql = QStringLiteral("select pay from %1 where name = 'eve'").arg(name);
+        EXPECT_EQ(db.GetStringValue(sql), QStringLiteral("9.5"));
+        t->Delete();
+        EXPECT_EQ(db.GetStringValue(sql), QString());
+        EXPECT_EQ(t->GetRecordCount(), before);
+    }
+}
+
+TEST_F(TableTest, NotedRowidsFollowDeletesInsertsAndRenumberedRows) {
+    db.Execute(QStringLiteral("create table big(id integer primary key, n integer);"
+                              "with recursive c(x) as (select 1 union all select x + 1 from c where x < 10000) "
+                              "insert into big select x, x from c"));
+    auto t = Table(QStringLiteral("big"));
+    t->Open();
+    const TField& n = t->FieldByName(QStringLiteral("n"));
+    auto walk = [&] {
+        QList<int> values;
+        for (t->First(); !t->Eof(); t->Next()) values << n.Value().toInt();
+        return values;
+    };
+    ASSERT_EQ(walk().size(), 10000);  // every mark noted
+
+    t->First();
+    t->Delete();  // row 1: every later row moves up one place
+    t->SetRecNo(5000);
+    EXPECT_EQ(n.Value().toInt(), 5001);
+    t->Last();
+    EXPECT_EQ(n.Value().toInt(), 10000);
+    EXPECT_EQ(t->GetRecordCount(), 9999);
+    QList<int> values = walk();
+    EXPECT_EQ(values.size(), 9999);
+
+    // The rowid itself changes: the row moves to the end of the order.
+    t->SetRecNo(3000);
+    ASSERT_EQ(n.Value().toInt(), 3001);
+    t->Edit();
+    t->FieldByName(QStringLiteral("id")).SetValue(20000);
+    t->Post();
+    t->SetRecNo(6000);
+    EXPECT_EQ(n.Value().toInt(), 6002);
+    t->Last();
+    EXPECT_EQ(n.Value().toInt(), 3001);
+    values = walk();
+    ASSERT_EQ(values.size(), 9999);
+    EXPECT_EQ(values.at(2999), 3002);
+
+    // A row inserted in front of every mark.
+    t->Append();
+    t->FieldByName(QStringLiteral("id")).SetValue(-1);
+    t->FieldByName(QStringLiteral("n")).SetValue(-1);
+    t->Post();
+    t->SetRecNo(8000);
+    EXPECT_EQ(n.Value().toInt(), db.GetStringValue(QStringLiteral("select n from big order by id limit 1 offset 7999")).toInt());
+    EXPECT_EQ(walk().size(), 10000);
 }
