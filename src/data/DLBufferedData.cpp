@@ -76,13 +76,28 @@ int TDLBufferedData::GetCount() {
 void TDLBufferedData::SetOffset(int Value) {
     if (Value == FOffset) return;
     FOffset = Value;
-    FList.clear();
+    Clear();
 }
 
 void TDLBufferedData::SetLimit(int Value) {
     if (Value == FLimit) return;
     FLimit = Value;
+    Clear();
+}
+
+void TDLBufferedData::Clear() {
+    const size_t keep = 2 * static_cast<size_t>(std::max(FLimit, 0));
+    for (std::unique_ptr<TDLRecData>& rec : FList)
+        if (FSpare.size() < keep && dynamic_cast<TDLSQLiteRecData*>(rec.get())) FSpare.push_back(std::move(rec));
     FList.clear();
+}
+
+std::unique_ptr<TDLRecData> TDLBufferedData::NewRow(bool Sqlite) {
+    if (!Sqlite || FSpare.empty()) return CreateRecData(Sqlite);
+    std::unique_ptr<TDLRecData> rec = std::move(FSpare.back());
+    FSpare.pop_back();
+    rec->Recycle();
+    return rec;
 }
 
 bool TDLBufferedData::BringInBuffer(int Index) {
@@ -136,7 +151,7 @@ int TDLBufferedData::Append(std::unique_ptr<TDLRecData> Item) {
         // The window moves on past the rows it drops, so that indexes stay
         // those of the result.
         FOffset += BufferCount();
-        FList.clear();
+        Clear();
     }
     FList.push_back(std::move(Item));
     return BufferCount() - 1 + FOffset;
@@ -144,7 +159,7 @@ int TDLBufferedData::Append(std::unique_ptr<TDLRecData> Item) {
 
 void TDLBufferedData::Insert(int Index, std::unique_ptr<TDLRecData> Item) {
     if (BufferCount() >= 2 * FLimit) {
-        FList.clear();
+        Clear();
         BringInBuffer(Index);
     }
     const int pos = Index - FOffset;

@@ -235,6 +235,18 @@ void TDLRecData::Init() {
     for (QByteArray& raw : FRawData) raw = QByteArray();
 }
 
+void TDLRecData::Recycle() {
+    BlobCache().Remove(this);
+    std::fill(FFlags.begin(), FFlags.end(), 0);
+    for (QByteArray& raw : FRawData) {
+        if (raw.isDetached() && raw.capacity() <= 256)
+            raw.resize(0);
+        else
+            raw = QByteArray();
+    }
+    FBookmarkFlag = bfCurrent;
+}
+
 void TDLRecData::Assign(const TDLRecData& Source) {
     FFlags.resize(Source.FFlags.size());
     for (size_t i = 0; i < FFlags.size(); ++i) FFlags[i] = Source.FFlags[i] | rfModified;
@@ -287,6 +299,24 @@ void TDLRecData::SetRawData(int Index, const QByteArray& Value) {
     SetFullData(Index, true);
     if (!Value.isEmpty() && IsBlobType(FDataSetData->DataSet()->GetFields()[Index].DataType()))
         BlobCache().Add(this);
+}
+
+char* TDLRecData::BeginRawData(int Index, qsizetype Size) {
+    QByteArray& raw = FRawData[static_cast<size_t>(Index)];
+    // Reused when it fits and is not much too large, so that a row keeps no
+    // memory of an earlier long value.
+    if (raw.isDetached() && raw.capacity() >= Size && raw.capacity() <= std::max<qsizetype>(256, 2 * Size))
+        raw.resize(Size);
+    else
+        raw = QByteArray(Size, Qt::Uninitialized);
+    return raw.data();
+}
+
+void TDLRecData::EndRawData(int Index, qsizetype Size) {
+    QByteArray& raw = FRawData[static_cast<size_t>(Index)];
+    raw.resize(Size);
+    SetFullData(Index, true);
+    if (Size > 0 && IsBlobType(FDataSetData->DataSet()->GetFields()[Index].DataType())) BlobCache().Add(this);
 }
 
 void TDLRecData::SetData(const TField& Field, const QByteArray& Value) {

@@ -140,6 +140,9 @@ public:
 
     // All fields null, not modified.
     virtual void Init();
+    // As Init, for a row used again: the slots keep their memory for the
+    // next values, unless a slot holds much (a BLOB, a long text).
+    virtual void Recycle();
     // Copies every flag (with modified set) and every value, sharing the
     // bytes.
     virtual void Assign(const TDLRecData& Source);
@@ -157,12 +160,18 @@ public:
     const QByteArray& GetRawData(int Index) const { return FRawData[static_cast<size_t>(Index)]; }
     // Sets full-data; a BLOB value with data enters the BLOB cache.
     void SetRawData(int Index, const QByteArray& Value);
+    // The same in two steps, for a reader that writes the bytes itself: room
+    // for Size bytes (the slot's memory reused where it fits), then the size
+    // the value took.
+    char* BeginRawData(int Index, qsizetype Size);
+    void EndRawData(int Index, qsizetype Size);
     // An empty Value clears the bytes but still marks them full.
     void SetData(const TField& Field, const QByteArray& Value);
 
     // The value as the field's type; false (Value untouched) when null.
     // Strings are QString, integers qint64, floats and dates double,
-    // currency qint64 scaled by 10000, booleans bool, GUIDs QUuid.
+    // currency a double amount (kept to four decimals), booleans bool,
+    // GUIDs QUuid.
     virtual bool GetField(const TField& Field, QVariant* Value) const;
     // An invalid Value stores null. Marks the field modified.
     virtual void SetField(const TField& Field, const QVariant& Value);
@@ -218,6 +227,7 @@ public:
     explicit TDLSQLiteRecData(TDLDataSetData* DataSetData);
 
     void Init() override;
+    void Recycle() override;
     void Assign(const TDLRecData& Source) override;
     // Carries the storage class along with the bytes.
     void CopyFieldData(const TDLRecData& Source, const TField& Field, const TField& SourceField) override;
@@ -260,6 +270,8 @@ public:
     virtual void Clear() = 0;
     // A new row of this container's kind (SQLite rows when Sqlite).
     virtual std::unique_ptr<TDLRecData> CreateRecData(bool Sqlite) = 0;
+    // A row for a reader to fill: new, or one the container gave up before.
+    virtual std::unique_ptr<TDLRecData> NewRow(bool Sqlite) { return CreateRecData(Sqlite); }
     virtual int GetBookmarkIndex(const QByteArray& Bookmark) = 0;
     virtual void Delete(int Index) = 0;
     // Returns the result index of the row, -1 where a container cannot append.
@@ -301,7 +313,9 @@ public:
     int GetCount() override;
     int BufferCount() const { return ListCount(); }
     void UpdateBufferCount() override;
-    void Clear() override { FList.clear(); }
+    // The rows go to the spares: a window read next reuses their memory.
+    void Clear() override;
+    std::unique_ptr<TDLRecData> NewRow(bool Sqlite) override;
     void Delete(int Index) override;
     int Append(std::unique_ptr<TDLRecData> Item) override;
     void Insert(int Index, std::unique_ptr<TDLRecData> Item) override;
@@ -325,6 +339,9 @@ protected:
     int FLimit;  // GetDataBufferSize() when created
     bool FSmartBuffering = true;
     int FBackSteps = 0;  // 0 to 2: how firmly the reader moves backward
+    // Rows of windows left behind, at most two windows' worth; SQLite rows
+    // only, since only those are read into the window.
+    std::vector<std::unique_ptr<TDLRecData>> FSpare;
 };
 
 // Bookmarks are row numbers.

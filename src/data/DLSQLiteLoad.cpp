@@ -9,6 +9,8 @@
 #include "engine/DLSQLiteDatabase.h"
 
 #include <QDateTime>
+#include <QStringDecoder>
+#include <cstring>
 #include <sqlite3.h>
 
 namespace brindle {
@@ -27,15 +29,24 @@ bool KeepsSize(TFieldType t) {
     }
 }
 
+// How text comes out of the engine: as UTF-16 from a file that keeps it so;
+// from a UTF-8 file as its own bytes, made UTF-16 here straight into the
+// row, which is much cheaper than the engine's conversion.
+struct TTextReader {
+    bool Unicode = true;
+    bool Utf8File = false;
+    QStringDecoder Decoder{QStringDecoder::Utf8, QStringConverter::Flag::Stateless};
+};
+
 // The value of column Col into slot Index of the row, in its storage class.
-void ReadColumn(TSQLite3Driver& d, sqlite3_stmt* Stmt, int Col, bool Unicode, bool LoadBlobs, const TField& Field,
+void ReadColumn(TSQLite3Driver& d, sqlite3_stmt* Stmt, int Col, TTextReader& Text, bool LoadBlobs, const TField& Field,
                 TDLSQLiteRecData& Rec) {
     int storage = d.sqlite3_column_type(Stmt, Col);
     const int index = Field.Index();
     if (storage == SQLITE_NULL) {
         Rec.SetStorageClass(index, scNull);
         Rec.SetHasData(index, false);
-        Rec.SetRawData(index, QByteArray());
+        Rec.EndRawData(index, 0);
         return;
     }
     // A BLOB field keeps whatever it holds as bytes.
@@ -43,28 +54,41 @@ void ReadColumn(TSQLite3Driver& d, sqlite3_stmt* Stmt, int Col, bool Unicode, bo
     Rec.SetStorageClass(index, storage);
     Rec.SetHasData(index, true);
     switch (storage) {
-        case SQLITE_INTEGER:
-            Rec.SetRawData(index, Int64ToRaw(d.sqlite3_column_int64(Stmt, Col)));
+        case SQLITE_INTEGER: {
+            const qint64 v = d.sqlite3_column_int64(Stmt, Col);
+            std::memcpy(Rec.BeginRawData(index, sizeof v), &v, sizeof v);
+            Rec.EndRawData(index, sizeof v);
             break;
-        case SQLITE_FLOAT:
-            Rec.SetRawData(index, FloatToRaw(d.sqlite3_column_double(Stmt, Col)));
+        }
+        case SQLITE_FLOAT: {
+            const double v = d.sqlite3_column_double(Stmt, Col);
+            std::memcpy(Rec.BeginRawData(index, sizeof v), &v, sizeof v);
+            Rec.EndRawData(index, sizeof v);
             break;
+        }
         case SQLITE_TEXT:
-            if (Unicode) {
+            if (Text.Unicode && !Text.Utf8File) {
                 const void* p = d.sqlite3_column_text16(Stmt, Col);
                 const int bytes = d.sqlite3_column_bytes16(Stmt, Col);
-                Rec.SetRawData(index, QByteArray(static_cast<const char*>(p), bytes));
+                std::memcpy(Rec.BeginRawData(index, bytes), p, static_cast<size_t>(bytes));
+                Rec.EndRawData(index, bytes);
             } else {
                 const char* p = reinterpret_cast<const char*>(d.sqlite3_column_text(Stmt, Col));
-                Rec.SetRawData(index, StringToRaw(QString::fromUtf8(p, d.sqlite3_column_bytes(Stmt, Col))));
+                const int bytes = d.sqlite3_column_bytes(Stmt, Col);
+                auto* out = reinterpret_cast<QChar*>(Rec.BeginRawData(index, 2 * Text.Decoder.requiredSpace(bytes)));
+                const QChar* end = Text.Decoder.appendToBuffer(out, QByteArrayView(p, bytes));
+                Rec.EndRawData(index, 2 * (end - out));
             }
             break;
         default:
             if (LoadBlobs) {
                 const void* p = d.sqlite3_column_blob(Stmt, Col);
-                Rec.SetRawData(index, QByteArray(static_cast<const char*>(p), d.sqlite3_column_bytes(Stmt, Col)));
+                const int bytes = d.sqlite3_column_bytes(Stmt, Col);
+                if (bytes > 0) std::memcpy(Rec.BeginRawData(index, bytes), p, static_cast<size_t>(bytes));
+                Rec.EndRawData(index, bytes);
             } else {
                 // Fetched when shown.
+                Rec.EndRawData(index, 0);
                 Rec.SetFullData(index, false);
             }
             break;
@@ -182,8 +206,10 @@ void LoadRecords(TDLSQLiteDatabase& Database, TDLSQLDataSet& DataSet, TSQLiteSQL
         fieldOf[static_cast<size_t>(i)] = f;
         if (f && !DataSet.FCacheBlobs && DataSet.CanLoadField(*f)) loadBlobs[static_cast<size_t>(i)] = 0;
     }
-    const bool unicode = Database.Unicode();
+    TTextReader text;
+    text.Unicode = Database.Unicode();
     const int encoding = Database.GetEncoding();
+    text.Utf8File = encoding == 65001;
     qint64 end = static_cast<qint64>(Offset) + Limit;
     // A result cut by a stop ends there, whatever a later window asks.
     if (DataSet.StoppedAt() >= 0) end = std::min<qint64>(end, DataSet.StoppedAt());
@@ -214,12 +240,12 @@ void LoadRecords(TDLSQLiteDatabase& Database, TDLSQLDataSet& DataSet, TSQLiteSQL
         }
         if (Marks && Marks->Wants(SQLHandle.FLastSteppedRecNo)) Marks->Note(d.sqlite3_column_int64(stmt, 0));
         if (SQLHandle.FLastSteppedRecNo >= Offset) {
-            std::unique_ptr<TDLRecData> rec = recs.CreateRecData(true);
+            std::unique_ptr<TDLRecData> rec = recs.NewRow(true);
             auto& sqliteRec = static_cast<TDLSQLiteRecData&>(*rec);
             sqliteRec.FEncoding = encoding;
             for (int i = 0; i < columns; ++i)
                 if (const TField* f = fieldOf[static_cast<size_t>(i)])
-                    ReadColumn(d, stmt, i, unicode, loadBlobs[static_cast<size_t>(i)] != 0, *f, sqliteRec);
+                    ReadColumn(d, stmt, i, text, loadBlobs[static_cast<size_t>(i)] != 0, *f, sqliteRec);
             recs.Append(std::move(rec));
         }
         ++SQLHandle.FLastSteppedRecNo;
@@ -253,7 +279,10 @@ void LoadField(TDLSQLiteDatabase& Database, TDLSQLDataSet& DataSet, const TDLRec
     // The row's bytes are a cache of the table: filling it in changes no value.
     auto& rec = const_cast<TDLSQLiteRecData&>(static_cast<const TDLSQLiteRecData&>(Rec));
     if (rc == SQLITE_ROW) {
-        ReadColumn(d, handle.FSQLHandle, 0, Database.Unicode(), true, Field, rec);
+        TTextReader text;
+        text.Unicode = Database.Unicode();
+        text.Utf8File = Database.GetEncoding() == 65001;
+        ReadColumn(d, handle.FSQLHandle, 0, text, true, Field, rec);
     } else {
         // The row is gone from the table: it reads as empty rather than again and again.
         rec.SetFullData(Field.Index(), true);

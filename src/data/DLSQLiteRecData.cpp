@@ -100,6 +100,11 @@ void TDLSQLiteRecData::Init() {
     std::fill(FStorageClass.begin(), FStorageClass.end(), static_cast<int>(scNull));
 }
 
+void TDLSQLiteRecData::Recycle() {
+    TDLRecData::Recycle();
+    std::fill(FStorageClass.begin(), FStorageClass.end(), static_cast<int>(scNull));
+}
+
 void TDLSQLiteRecData::Assign(const TDLRecData& Source) {
     TDLRecData::Assign(Source);
     FStorageClass.resize(FFlags.size());

@@ -335,28 +335,6 @@ TEST_F(EditTest, BookmarksFollowTheirRowThroughEdits) {
     EXPECT_THROW(q->GotoBookmark(gone), ECustomException);
 }
 
-TEST_F(EditTest, QualifiedTablesEditInsertAndReadBack) {
-    // The shell names every table with its database.
-    db.Execute(QStringLiteral("create table t(a integer, b text default 'dflt');"
-                              "insert into t values (1, 'x'), (2, 'y')"));
-    for (const QString& sql : {QStringLiteral("select * from main.t"), QStringLiteral("select a, b from \"main\".[t]")}) {
-        SCOPED_TRACE(sql.toStdString());
-        auto q = Open(sql);
-        ASSERT_TRUE(q->GetCanModify());
-        q->Append();
-        q->FieldByName(QStringLiteral("a")).SetValue(3);
-        q->Post();
-        // Read back: the default the table filled in.
-        EXPECT_EQ(q->FieldByName(QStringLiteral("b")).AsString(), QStringLiteral("dflt"));
-        q->Edit();
-        q->FieldByName(QStringLiteral("b")).SetValue(QStringLiteral("new"));
-        q->Post();
-        EXPECT_EQ(Value(QStringLiteral("select group_concat(b) from t where a = 3")), QStringLiteral("new"));
-        q->Delete();
-        EXPECT_EQ(Value(QStringLiteral("select count(*) from t")), QStringLiteral("2"));
-    }
-}
-
 TEST_F(EditTest, ChangedKeysLeaveTheRowFoundByItsNewKey) {
     // The INTEGER PRIMARY KEY is the rowid: changing it renumbers the row.
     db.Execute(QStringLiteral("create table t(id integer primary key, v text);"
