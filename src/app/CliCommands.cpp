@@ -1,5 +1,7 @@
 #include "CliCommands.h"
 
+#include "CsvOut.h"
+
 #include "data/DLDataSet.h"
 #include "engine/DLObjectNames.h"
 #include "engine/DLQuoteTools.h"
@@ -305,34 +307,6 @@ void cmdTree(const Options& o, QTextStream& out) {
     if (!failure.isEmpty()) throw ECustomException(failure);
 }
 
-// A field of CSV: quoted when it holds a separator, a quote, a line break
-// or blanks at either end, and when it is empty text, which NULL is not.
-QString csvField(const QString& value, bool isText = true) {
-    const bool quote = (isText && value.isEmpty()) || value.contains(u',') || value.contains(u'"') ||
-                       value.contains(u'\n') || value.contains(u'\r') || value.startsWith(u' ') ||
-                       value.endsWith(u' ');
-    if (!quote) return value;
-    QString quoted = value;
-    return u'"' + quoted.replace(QStringLiteral("\""), QStringLiteral("\"\"")) + u'"';
-}
-
-// The stored value as it is, whatever the column's declared type says.
-QString storedText(const TDLSQLiteRecData& rec, int index) {
-    const QByteArray& raw = rec.GetRawData(index);
-    switch (rec.GetStorageClass(index)) {
-        case scInteger:
-            return QString::number(RawToInt64(raw));
-        case scFloat:
-            return QString::number(RawToFloat(raw), 'g', QLocale::FloatingPointShortest);
-        case scText:
-            return RawToString(raw);
-        case scBlob:
-            return QString::fromLatin1(raw.toHex());
-        default:
-            return QString();
-    }
-}
-
 // Ctrl+C stops the statement that runs; the engine's interrupt is safe to
 // call from a signal handler.
 std::atomic<TDLSQLiteDatabase*> interruptTarget{nullptr};
@@ -346,6 +320,8 @@ void cmdQuery(const Options& o, QTextStream& out) {
     TDLSQLiteDatabase db;
     openDatabase(db, o, o.positional.value(1));
     TDLQuery query;
+    // Rows to print, not to edit: the statement runs as written.
+    query.FAllowPreprocess = false;
     query.SetDatabase(&db);
     query.SetSQL(o.positional.value(2));
     interruptTarget = &db;
@@ -367,20 +343,23 @@ void cmdQuery(const Options& o, QTextStream& out) {
     } catch (const ECustomException& e) {
         leave(e.message());
     }
+    // Only what the statement selects: nothing the dataset added to find rows.
     const TFields& fields = query.Fields();
-    QStringList header;
-    for (int i = 0; i < fields.Count(); ++i) header << csvField(fields[i].FieldName());
-    if (fields.Count() > 0) out << header.join(u',') << '\n';
+    std::vector<int> shown;
+    for (int i = 0; i < fields.Count(); ++i)
+        if (fields[i].FVisible) shown.push_back(i);
+    TCsvOut csv(out);
+    for (size_t i = 0; i < shown.size(); ++i) csv.Text(fields[shown[i]].FieldName(), i == 0);
+    if (!shown.empty()) csv.EndLine();
     for (int r = 0;; ++r) {
         const TDLRecData* rec = query.RecordAt(r);
         if (query.Aborted()) leave(QStringLiteral("interrupted"));
         if (!rec) break;
-        QStringList line;
         const auto& row = static_cast<const TDLSQLiteRecData&>(*rec);
-        for (int i = 0; i < fields.Count(); ++i)
-            line << csvField(storedText(row, i), row.GetStorageClass(i) == scText);
-        out << line.join(u',') << '\n';
+        for (size_t i = 0; i < shown.size(); ++i) csv.Value(row, shown[i], i == 0);
+        csv.EndLine();
     }
+    csv.Flush();
     query.Close();
     if (db.GetInTransaction()) db.Rollback();
 }
