@@ -251,8 +251,11 @@ void TfrmSCMain::CreateWidgets() {
     pcMain->setTabVisible(pcMain->indexOf(tabLog), FLogEnabled);
     for (QPlainTextEdit* editor : {mmoSQL, mmoDDL}) editor->setFont(DefaultFixedFont());
 
-    FSplitter->setStretchFactor(0, 1);
-    FSplitter->setStretchFactor(1, 3);
+    // The pages take whatever the window gains or loses; the tree keeps the
+    // width it was given, so that a width restored before the window has its
+    // final size is not scaled with it.
+    FSplitter->setStretchFactor(0, 0);
+    FSplitter->setStretchFactor(1, 1);
     FSplitter->setSizes({300, 900});
     layout->addWidget(FSplitter, 1);
     setCentralWidget(central);

@@ -34,6 +34,7 @@
 #include <QSettings>
 #include <QTabWidget>
 #include <QTableView>
+#include <QSplitter>
 #include <QTableWidget>
 #include <QTimer>
 
@@ -394,6 +395,26 @@ TEST_F(MainWindowTest, DataPageShowsTheRowsOfTheSelection) {
               QStringLiteral("first"));
     window->CloseDatabase(window->CurrentDatabase());
     EXPECT_EQ(model->rowCount(), 0);
+}
+
+// The tree comes back at the width it was left at, start after start, and
+// keeps it while the window is resized.
+TEST_F(MainWindowTest, TreeKeepsItsWidthAcrossStarts) {
+    auto splitter = [this] { return window->findChild<QSplitter*>(QStringLiteral("DBTree")); };
+    ASSERT_NE(splitter(), nullptr);
+    const int total = splitter()->sizes().value(0) + splitter()->sizes().value(1);
+    splitter()->setSizes({700, total - 700});
+    ASSERT_EQ(splitter()->sizes().value(0), 700);
+    for (int start = 0; start < 3; ++start) {
+        EXPECT_TRUE(window->close());
+        Stop();
+        EXPECT_EQ(Settings().value(QStringLiteral("Layout/DBTree.Width")).toInt(), 700) << "start " << start;
+        Start();
+        EXPECT_EQ(splitter()->sizes().value(0), 700) << "start " << start;
+    }
+    window->resize(window->width() + 200, window->height());
+    Settle();
+    EXPECT_EQ(splitter()->sizes().value(0), 700);
 }
 
 TEST_F(MainWindowTest, OptionsTakeEffectOnOKOnly) {
