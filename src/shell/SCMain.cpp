@@ -21,7 +21,6 @@
 #include "widgets/DataSetModel.h"
 #include "workbench/Caches.h"
 
-#include <QAbstractEventDispatcher>
 #include <QAction>
 #include <QApplication>
 #include <QCloseEvent>
@@ -147,14 +146,6 @@ TfrmSCMain::TfrmSCMain(QWidget* Parent)
     list.OnRefreshMetadata = [this](const QString& AliasName) { tvDatabases->RefreshDatabase(AliasName); };
 
     QDir().mkpath(GetCommonDataPath());
-    // Handed-over arguments are taken when the loop has nothing else to do.
-    if (QAbstractEventDispatcher* dispatcher = QAbstractEventDispatcher::instance())
-        FIdleConnection = connect(dispatcher, &QAbstractEventDispatcher::aboutToBlock, this, [this] {
-            if (!InstParams().isEmpty() && !FDrainPosted) {
-                FDrainPosted = true;
-                QMetaObject::invokeMethod(this, &TfrmSCMain::DrainInstParams, Qt::QueuedConnection);
-            }
-        });
     FFocusConnection = connect(qApp, &QApplication::focusChanged, this, [this](QWidget*, QWidget* Now) {
         if (Now == FLastActiveControl) return;
         FLastActiveControl = Now;
@@ -166,7 +157,6 @@ TfrmSCMain::~TfrmSCMain() {
     FClosing = true;
     // The base class's destructor still moves the focus and may wait for
     // events: this part of the object is gone by then.
-    disconnect(FIdleConnection);
     disconnect(FFocusConnection);
     // Nothing that outlives the window may call back into it.
     GlobalData->ClearCallbacks();
@@ -516,9 +506,14 @@ void TfrmSCMain::CreateTimers() {
         tmVersionCheck->setInterval(300000);
         tmVersionCheck->start();
     });
+    // Arguments handed over by later starts. A timer rather than the idle
+    // hook: a list that has to wait (behind a modal dialog, during a design
+    // edit) would otherwise be looked at again on every pass of the loop.
+    tmInstParams = make("tmInstParams", 200, [this] { DrainInstParams(); });
     tmUnlock->start();
     tmFocusedChanged->start();
     tmRecordCount->start();
+    tmInstParams->start();
 }
 
 // ---------------------------------------------------------------------------
@@ -545,12 +540,23 @@ void TfrmSCMain::ProcessParams(const QStringList& Params) {
 }
 
 void TfrmSCMain::DrainInstParams() {
-    FDrainPosted = false;
+    if (InstParams().isEmpty() || FClosing) return;
     // Not behind a modal dialog nor during a design edit: the list waits.
     if (QApplication::activeModalWidget() || FEditingTable || FEditingView || FEditingVirtualTable) return;
+    // Another window of the program in front waits too. No active window at
+    // all (no window manager, or another program in front) does not: the
+    // second start asked for this file.
     const QWidget* active = QApplication::activeWindow();
     if (active && active != this) return;
     while (!InstParams().isEmpty()) ProcessParams(InstParams().takeFirst());
+}
+
+void TfrmSCMain::changeEvent(QEvent* Event) {
+    QMainWindow::changeEvent(Event);
+    // Back in front, say after a modal dialog: what waits opens now rather
+    // than at the next tick; from the loop, not from inside this event.
+    if (Event->type() == QEvent::ActivationChange && isActiveWindow() && !InstParams().isEmpty())
+        QMetaObject::invokeMethod(this, &TfrmSCMain::DrainInstParams, Qt::QueuedConnection);
 }
 
 void TfrmSCMain::showEvent(QShowEvent* Event) {

@@ -95,6 +95,7 @@ public:
     static QString ApplicationTitle();
 
 protected:
+    void changeEvent(QEvent* Event) override;
     void closeEvent(QCloseEvent* Event) override;
     void showEvent(QShowEvent* Event) override;
 
@@ -160,7 +161,6 @@ private:
     bool FUpdatingControls = false;
     bool FNeedRefreshAll = false;
     bool FNeedUpdateControls = false;
-    bool FDrainPosted = false;
     bool FDBPropsChanged = true;
     bool FLogEnabled = false;
     bool FThumbnails = false;
@@ -170,7 +170,7 @@ private:
     bool FCreatingTable = false, FCreatingView = false, FCreatingVirtualTable = false;
     qint64 FLastRefreshTime = 0, FLastModifiedTime = 0;  // ms since the epoch
     QPointer<QWidget> FLastActiveControl;
-    QMetaObject::Connection FIdleConnection, FFocusConnection;
+    QMetaObject::Connection FFocusConnection;
     QTreeWidgetItem* FOldFocusedNode = nullptr;  // compared, never followed
     QString FLibraryFileName;
     QString FShownDDLFor;
@@ -193,7 +193,7 @@ private:
     QMenu *miAttachedDatabases = nullptr, *miReleaseSavepoints = nullptr, *miRollbackToSavepoints = nullptr,
           *miTransaction = nullptr;
     QTimer *tmUnlock = nullptr, *tmFocusedChanged = nullptr, *tmRecordCount = nullptr,
-           *tmVersionCheck = nullptr;
+           *tmVersionCheck = nullptr, *tmInstParams = nullptr;
 };
 
 }  // namespace brindle

@@ -14,15 +14,18 @@
 #include "shell/RegSettings.h"
 #include "shell/SCMain.h"
 #include "shell/SCPaths.h"
+#include "shell/SingleInstance.h"
 #include "widgets/DBTree.h"
 #include "widgets/DataSetModel.h"
 #include "workbench/Caches.h"
 
 #include <gtest/gtest.h>
+#include <QAbstractEventDispatcher>
 #include <QAction>
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QEventLoop>
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QInputDialog>
@@ -32,9 +35,9 @@
 #include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QSettings>
+#include <QSplitter>
 #include <QTabWidget>
 #include <QTableView>
-#include <QSplitter>
 #include <QTableWidget>
 #include <QTimer>
 
@@ -160,6 +163,46 @@ TEST_F(MainWindowTest, CommandLineOpensOnlyASingleExistingFile) {
     EXPECT_TRUE(errors.first().startsWith(QStringLiteral("file is not a database")))
         << errors.first().toStdString();
     EXPECT_TRUE(List().FindDatabaseByAliasName(QStringLiteral("dbdemos"))->Connected());
+}
+
+// A file handed over by a second start waits behind a modal dialog without
+// keeping the loop busy, and opens once the dialog is closed.
+TEST_F(MainWindowTest, HandedOverFileWaitsQuietlyForAModalDialog) {
+    const QString path = MakeDatabase(QStringLiteral("later.db"));
+    int wakeups = 0;
+    const QMetaObject::Connection counter =
+        QObject::connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock,
+                         [&wakeups] { ++wakeups; });
+    int openWhileModal = -1;
+    {
+        QMessageBox box(QMessageBox::Information, QStringLiteral("Busy"), QStringLiteral("A dialog"),
+                        QMessageBox::Ok, window.get());
+        QTimer::singleShot(0, &box, [path] { InstParams().append(QStringList{path}); });
+        QTimer::singleShot(200, &box, [&wakeups] { wakeups = 0; });
+        QTimer::singleShot(700, &box, [&] {
+            openWhileModal = List().GetMetadataCount();
+            box.accept();
+        });
+        box.exec();
+    }
+    QObject::disconnect(counter);
+    EXPECT_EQ(openWhileModal, 0);
+    // Half a second of waiting: the window's timers, not a busy loop.
+    EXPECT_LT(wakeups, 100);
+
+    // A loop that waits for events, as the program's does.
+    QEventLoop loop;
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
+        if (List().GetMetadataCount() > 0) loop.quit();
+    });
+    poll.start(20);
+    QTimer::singleShot(3000, &loop, &QEventLoop::quit);
+    loop.exec();
+    ASSERT_EQ(List().GetMetadataCount(), 1);
+    EXPECT_EQ(List().GetDatabase(0).FileName(), path);
+    EXPECT_TRUE(InstParams().isEmpty());
+    EXPECT_TRUE(errors.isEmpty()) << errors.join(u'\n').toStdString();
 }
 
 TEST_F(MainWindowTest, CreateRegisterAndClose) {
