@@ -21,6 +21,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 #include <csignal>
+#include <cstdio>
 
 namespace {
 
@@ -97,6 +98,17 @@ int main(int argc, char* argv[]) {
         return 1;
     }
     window.show();
+    // The screenshot script names the object and the page it wants seen;
+    // a name that went stale ends the program rather than show another.
+    const QString showObject = qEnvironmentVariable("BRINDLE_SHOW_OBJECT");
+    const QString showPage = qEnvironmentVariable("BRINDLE_SHOW_PAGE");
+    if (!showObject.isEmpty() || !showPage.isEmpty())
+        QTimer::singleShot(0, &window, [&window, showObject, showPage] {
+            const QString missing = window.ShowByName(showObject, showPage);
+            if (missing.isEmpty()) return;
+            std::fprintf(stderr, "brindle: %s\n", qPrintable(missing));
+            QCoreApplication::exit(2);
+        });
     if (splash) QTimer::singleShot(300, splash.get(), [&splash, &window] { splash->finish(&window); });
     return app.exec();
 }

@@ -539,6 +539,30 @@ void TfrmSCMain::ProcessParams(const QStringList& Params) {
     });
 }
 
+QString TfrmSCMain::ShowByName(const QString& ObjectName, const QString& PageCaption) {
+    if (!ObjectName.isEmpty()) {
+        const QString alias = GlobalData->CurrentAlias();
+        if (alias.isEmpty()) return QStringLiteral("No database is open to show %1 of.").arg(ObjectName);
+        if (!tvDatabases->SelectObject(alias, ObjectName))
+            return QStringLiteral("Database %1 shows no object %2.").arg(alias, ObjectName);
+    }
+    if (PageCaption.isEmpty()) return QString();
+    // Which tabs show depends on the selection: the rule table decides now.
+    UpdateControls();
+    QStringList shown;
+    for (int i = 0; i < pcMain->count(); ++i) {
+        if (!pcMain->isTabVisible(i)) continue;
+        const QString caption = pcMain->tabText(i).remove(u'&');
+        if (caption.compare(PageCaption, Qt::CaseInsensitive) == 0) {
+            pcMain->setCurrentIndex(i);
+            return QString();
+        }
+        shown << caption;
+    }
+    return QStringLiteral("No page %1; the pages shown are %2.")
+        .arg(PageCaption, shown.join(QStringLiteral(", ")));
+}
+
 void TfrmSCMain::DrainInstParams() {
     if (InstParams().isEmpty() || FClosing) return;
     // Not behind a modal dialog nor during a design edit: the list waits.

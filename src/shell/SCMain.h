@@ -52,6 +52,11 @@ public:
     // Opens or selects the one existing file of a list of exactly one; any
     // other list is ignored without a word. A failure shows its message.
     void ProcessParams(const QStringList& Params);
+    // Selects a table or view of the current database by name and the page
+    // whose tab reads PageCaption (case ignored), as a person would with the
+    // mouse; either may be empty. Returns what could not be found, else an
+    // empty text. Lets a script name what it wants to see.
+    QString ShowByName(const QString& ObjectName, const QString& PageCaption);
 
     // Registry flows, as the commands run them.
     TDLSQLiteDatabase* OpenDatabase(const QString& FileName, const QString& AliasName = QString());

@@ -460,6 +460,32 @@ TEST_F(MainWindowTest, TreeKeepsItsWidthAcrossStarts) {
     EXPECT_EQ(splitter()->sizes().value(0), 700);
 }
 
+// What the screenshot script asks for by name: an object of the current
+// database and a page by its tab's caption; a stale name says what is there.
+TEST_F(MainWindowTest, ObjectAndPageChosenByName) {
+    EXPECT_EQ(window->ShowByName(QStringLiteral("orders"), QString()),
+              QStringLiteral("No database is open to show orders of."));
+    window->ProcessParams({GetDemoDatabasePath()});
+    Settle();
+    EXPECT_EQ(window->ShowByName(QStringLiteral("ORDERS"), QStringLiteral("data")), QString());
+    Settle();
+    EXPECT_EQ(GlobalData->CurrentItemName(), QStringLiteral("main.orders"));
+    EXPECT_EQ(window->Pages()->currentWidget(), window->DataView());
+    EXPECT_GT(window->DataModel()->rowCount(), 0);
+    EXPECT_TRUE(window->HeaderText().startsWith(QStringLiteral("Database: dbdemos   Table: orders")));
+
+    // The design page shows for a table only.
+    EXPECT_EQ(window->ShowByName(QStringLiteral("orders"), QStringLiteral("Design")), QString());
+    EXPECT_EQ(window->Pages()->currentWidget(), window->Pages()->widget(3));
+    Tree()->SelectDatabase(QStringLiteral("dbdemos"));
+    Settle();
+    EXPECT_EQ(window->ShowByName(QString(), QStringLiteral("Design")),
+              QStringLiteral("No page Design; the pages shown are Database, SQL, Data, DDL."));
+    EXPECT_EQ(window->ShowByName(QStringLiteral("nothing"), QString()),
+              QStringLiteral("Database dbdemos shows no object nothing."));
+    EXPECT_EQ(GlobalData->CurrentItemType(), itDatabase);
+}
+
 TEST_F(MainWindowTest, OptionsTakeEffectOnOKOnly) {
     const QString path = MakeDatabase(QStringLiteral("opt.db"),
                                       QStringLiteral("create table t(a); insert into t values (1), (2)"));
