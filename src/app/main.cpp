@@ -3,6 +3,7 @@
 #include "engine/DLDatabase.h"
 #include "engine/Exceptions.h"
 #include "schema/DLSQLiteParser.h"
+#include "shell/Application.h"
 #include "shell/Globals.h"
 #include "shell/RegSettings.h"
 #include "shell/SCMain.h"
@@ -12,7 +13,6 @@
 
 #include <QApplication>
 #include <QLocale>
-#include <QMessageBox>
 #include <QSocketNotifier>
 #include <QSplashScreen>
 #include <QStyleFactory>
@@ -35,7 +35,8 @@ void OnTerminate(int) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
-    QApplication app(argc, argv);
+    // Reports what a command lets escape, and the program goes on.
+    brindle::TApplication app(argc, argv);
     QApplication::setOrganizationName(QStringLiteral("Brindle"));
     QApplication::setApplicationName(QStringLiteral("Desk 3.x"));
     QStringList args = QApplication::arguments();
@@ -93,8 +94,8 @@ int main(int argc, char* argv[]) {
     // An exception here stops the start, as the top-level handler reports it.
     try {
         window.Start(args);
-    } catch (const brindle::ECustomException& e) {
-        QMessageBox::critical(nullptr, QStringLiteral("Brindle"), e.message());
+    } catch (const std::exception& e) {
+        brindle::ShowErrorBox(brindle::ExceptionMessage(e));
         return 1;
     }
     window.show();

@@ -1,5 +1,6 @@
 #include "SCMain.h"
 
+#include "Application.h"
 #include "FDialogs.h"
 #include "FOptions.h"
 #include "FileAssociations.h"
@@ -177,7 +178,7 @@ TfrmSCMain::~TfrmSCMain() {
 }
 
 QString TfrmSCMain::ApplicationTitle() {
-    return QStringLiteral("Brindle " BRINDLE_VERSION);
+    return brindle::ApplicationTitle();
 }
 
 // ---------------------------------------------------------------------------
@@ -1226,10 +1227,8 @@ void TfrmSCMain::SetUnicodeEncoding(bool Value) {
 void TfrmSCMain::Guard(const std::function<void()>& Command) {
     try {
         Command();
-    } catch (const ECustomException& e) {
-        ShowError(e.message());
     } catch (const std::exception& e) {
-        ShowError(QString::fromLocal8Bit(e.what()));
+        ShowError(ExceptionMessage(e));
     }
 }
 
@@ -1238,10 +1237,12 @@ void TfrmSCMain::ShowError(const QString& Message) {
     QString text = Message;
     text.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
     spStatus->setText(text.section(u'\n', 0, 0));
-    if (FOnError)
+    if (FOnError) {
+        LogError(text);
         FOnError(text);
-    else
-        QMessageBox::critical(this, windowTitle(), text);
+    } else {
+        ShowErrorBox(text, this);
+    }
 }
 
 bool TfrmSCMain::Confirm(const QString& Question) {
