@@ -1,7 +1,10 @@
 #!/usr/bin/env bash
 # Starts the program on the demo database under a virtual X server and saves
-# a screenshot of the screen: scripts/screenshot.sh [OUT.png [X,Y ...]]
-# Each X,Y is a mouse click made, in order, before the picture is taken.
+# a screenshot of the screen: scripts/screenshot.sh [OUT.png [OBJECT [PAGE]]]
+# OBJECT names a table or view of the demo database to select, PAGE the tab
+# to show by its caption (Database, SQL, Data, Design, DDL). The program
+# looks both up itself; a name it does not find ends it with a message, and
+# the script fails instead of saving a picture of something else.
 # The program runs with settings of its own in a fresh folder (or in
 # BRINDLE_SCREENSHOT_CONFIG), so that the picture does not depend on the
 # user's, and is closed as a user would close it before the server ends.
@@ -9,6 +12,8 @@ set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 build="${BRINDLE_BUILD_DIR:-$root/build}"
 out="${1:-$build/screenshot.png}"
+object="${2:-}"
+page="${3:-}"
 bash "$root/scripts/build.sh"
 config="${BRINDLE_SCREENSHOT_CONFIG:-$(mktemp -d)}"
 display=":$((90 + RANDOM % 9))"
@@ -26,12 +31,15 @@ cleanup() {
 trap cleanup EXIT
 sleep 1
 DISPLAY="$display" QT_QPA_PLATFORM=xcb XDG_CONFIG_HOME="$config" \
+  BRINDLE_SHOW_OBJECT="$object" BRINDLE_SHOW_PAGE="$page" \
   "$build/bin/brindle" "$build/share/Brindle/Desk 3/Data/dbdemos.db3" &
 app=$!
 sleep "${BRINDLE_SCREENSHOT_DELAY:-3}"
-for click in "${@:2}"; do
-  DISPLAY="$display" xdotool mousemove "${click%,*}" "${click#*,}" click 1
-  sleep 1
-done
+if ! kill -0 "$app" 2>/dev/null; then
+  wait "$app" || true
+  app=""
+  echo "screenshot: the program ended before the picture; nothing saved" >&2
+  exit 1
+fi
 DISPLAY="$display" import -window root "$out"
 echo "screenshot: $out"

@@ -3,6 +3,7 @@
 #include "engine/DLDatabase.h"
 #include "engine/Exceptions.h"
 #include "schema/DLSQLiteParser.h"
+#include "shell/Application.h"
 #include "shell/Globals.h"
 #include "shell/RegSettings.h"
 #include "shell/SCMain.h"
@@ -12,7 +13,6 @@
 
 #include <QApplication>
 #include <QLocale>
-#include <QMessageBox>
 #include <QSocketNotifier>
 #include <QSplashScreen>
 #include <QStyleFactory>
@@ -21,6 +21,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 #include <csignal>
+#include <cstdio>
 
 namespace {
 
@@ -34,7 +35,8 @@ void OnTerminate(int) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
-    QApplication app(argc, argv);
+    // Reports what a command lets escape, and the program goes on.
+    brindle::TApplication app(argc, argv);
     QApplication::setOrganizationName(QStringLiteral("Brindle"));
     QApplication::setApplicationName(QStringLiteral("Desk 3.x"));
     QStringList args = QApplication::arguments();
@@ -92,11 +94,22 @@ int main(int argc, char* argv[]) {
     // An exception here stops the start, as the top-level handler reports it.
     try {
         window.Start(args);
-    } catch (const brindle::ECustomException& e) {
-        QMessageBox::critical(nullptr, QStringLiteral("Brindle"), e.message());
+    } catch (const std::exception& e) {
+        brindle::ShowErrorBox(brindle::ExceptionMessage(e));
         return 1;
     }
     window.show();
+    // The screenshot script names the object and the page it wants seen;
+    // a name that went stale ends the program rather than show another.
+    const QString showObject = qEnvironmentVariable("BRINDLE_SHOW_OBJECT");
+    const QString showPage = qEnvironmentVariable("BRINDLE_SHOW_PAGE");
+    if (!showObject.isEmpty() || !showPage.isEmpty())
+        QTimer::singleShot(0, &window, [&window, showObject, showPage] {
+            const QString missing = window.ShowByName(showObject, showPage);
+            if (missing.isEmpty()) return;
+            std::fprintf(stderr, "brindle: %s\n", qPrintable(missing));
+            QCoreApplication::exit(2);
+        });
     if (splash) QTimer::singleShot(300, splash.get(), [&splash, &window] { splash->finish(&window); });
     return app.exec();
 }

@@ -1,5 +1,6 @@
 #include "SCMain.h"
 
+#include "Application.h"
 #include "FDialogs.h"
 #include "FOptions.h"
 #include "FileAssociations.h"
@@ -21,7 +22,6 @@
 #include "widgets/DataSetModel.h"
 #include "workbench/Caches.h"
 
-#include <QAbstractEventDispatcher>
 #include <QAction>
 #include <QApplication>
 #include <QCloseEvent>
@@ -147,14 +147,6 @@ TfrmSCMain::TfrmSCMain(QWidget* Parent)
     list.OnRefreshMetadata = [this](const QString& AliasName) { tvDatabases->RefreshDatabase(AliasName); };
 
     QDir().mkpath(GetCommonDataPath());
-    // Handed-over arguments are taken when the loop has nothing else to do.
-    if (QAbstractEventDispatcher* dispatcher = QAbstractEventDispatcher::instance())
-        FIdleConnection = connect(dispatcher, &QAbstractEventDispatcher::aboutToBlock, this, [this] {
-            if (!InstParams().isEmpty() && !FDrainPosted) {
-                FDrainPosted = true;
-                QMetaObject::invokeMethod(this, &TfrmSCMain::DrainInstParams, Qt::QueuedConnection);
-            }
-        });
     FFocusConnection = connect(qApp, &QApplication::focusChanged, this, [this](QWidget*, QWidget* Now) {
         if (Now == FLastActiveControl) return;
         FLastActiveControl = Now;
@@ -166,7 +158,6 @@ TfrmSCMain::~TfrmSCMain() {
     FClosing = true;
     // The base class's destructor still moves the focus and may wait for
     // events: this part of the object is gone by then.
-    disconnect(FIdleConnection);
     disconnect(FFocusConnection);
     // Nothing that outlives the window may call back into it.
     GlobalData->ClearCallbacks();
@@ -187,7 +178,7 @@ TfrmSCMain::~TfrmSCMain() {
 }
 
 QString TfrmSCMain::ApplicationTitle() {
-    return QStringLiteral("Brindle " BRINDLE_VERSION);
+    return brindle::ApplicationTitle();
 }
 
 // ---------------------------------------------------------------------------
@@ -251,8 +242,11 @@ void TfrmSCMain::CreateWidgets() {
     pcMain->setTabVisible(pcMain->indexOf(tabLog), FLogEnabled);
     for (QPlainTextEdit* editor : {mmoSQL, mmoDDL}) editor->setFont(DefaultFixedFont());
 
-    FSplitter->setStretchFactor(0, 1);
-    FSplitter->setStretchFactor(1, 3);
+    // The pages take whatever the window gains or loses; the tree keeps the
+    // width it was given, so that a width restored before the window has its
+    // final size is not scaled with it.
+    FSplitter->setStretchFactor(0, 0);
+    FSplitter->setStretchFactor(1, 1);
     FSplitter->setSizes({300, 900});
     layout->addWidget(FSplitter, 1);
     setCentralWidget(central);
@@ -513,9 +507,14 @@ void TfrmSCMain::CreateTimers() {
         tmVersionCheck->setInterval(300000);
         tmVersionCheck->start();
     });
+    // Arguments handed over by later starts. A timer rather than the idle
+    // hook: a list that has to wait (behind a modal dialog, during a design
+    // edit) would otherwise be looked at again on every pass of the loop.
+    tmInstParams = make("tmInstParams", 200, [this] { DrainInstParams(); });
     tmUnlock->start();
     tmFocusedChanged->start();
     tmRecordCount->start();
+    tmInstParams->start();
 }
 
 // ---------------------------------------------------------------------------
@@ -541,13 +540,48 @@ void TfrmSCMain::ProcessParams(const QStringList& Params) {
     });
 }
 
+QString TfrmSCMain::ShowByName(const QString& ObjectName, const QString& PageCaption) {
+    if (!ObjectName.isEmpty()) {
+        const QString alias = GlobalData->CurrentAlias();
+        if (alias.isEmpty()) return QStringLiteral("No database is open to show %1 of.").arg(ObjectName);
+        if (!tvDatabases->SelectObject(alias, ObjectName))
+            return QStringLiteral("Database %1 shows no object %2.").arg(alias, ObjectName);
+    }
+    if (PageCaption.isEmpty()) return QString();
+    // Which tabs show depends on the selection: the rule table decides now.
+    UpdateControls();
+    QStringList shown;
+    for (int i = 0; i < pcMain->count(); ++i) {
+        if (!pcMain->isTabVisible(i)) continue;
+        const QString caption = pcMain->tabText(i).remove(u'&');
+        if (caption.compare(PageCaption, Qt::CaseInsensitive) == 0) {
+            pcMain->setCurrentIndex(i);
+            return QString();
+        }
+        shown << caption;
+    }
+    return QStringLiteral("No page %1; the pages shown are %2.")
+        .arg(PageCaption, shown.join(QStringLiteral(", ")));
+}
+
 void TfrmSCMain::DrainInstParams() {
-    FDrainPosted = false;
+    if (InstParams().isEmpty() || FClosing) return;
     // Not behind a modal dialog nor during a design edit: the list waits.
     if (QApplication::activeModalWidget() || FEditingTable || FEditingView || FEditingVirtualTable) return;
+    // Another window of the program in front waits too. No active window at
+    // all (no window manager, or another program in front) does not: the
+    // second start asked for this file.
     const QWidget* active = QApplication::activeWindow();
     if (active && active != this) return;
     while (!InstParams().isEmpty()) ProcessParams(InstParams().takeFirst());
+}
+
+void TfrmSCMain::changeEvent(QEvent* Event) {
+    QMainWindow::changeEvent(Event);
+    // Back in front, say after a modal dialog: what waits opens now rather
+    // than at the next tick; from the loop, not from inside this event.
+    if (Event->type() == QEvent::ActivationChange && isActiveWindow() && !InstParams().isEmpty())
+        QMetaObject::invokeMethod(this, &TfrmSCMain::DrainInstParams, Qt::QueuedConnection);
 }
 
 void TfrmSCMain::showEvent(QShowEvent* Event) {
@@ -1193,10 +1227,8 @@ void TfrmSCMain::SetUnicodeEncoding(bool Value) {
 void TfrmSCMain::Guard(const std::function<void()>& Command) {
     try {
         Command();
-    } catch (const ECustomException& e) {
-        ShowError(e.message());
     } catch (const std::exception& e) {
-        ShowError(QString::fromLocal8Bit(e.what()));
+        ShowError(ExceptionMessage(e));
     }
 }
 
@@ -1205,10 +1237,12 @@ void TfrmSCMain::ShowError(const QString& Message) {
     QString text = Message;
     text.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
     spStatus->setText(text.section(u'\n', 0, 0));
-    if (FOnError)
+    if (FOnError) {
+        LogError(text);
         FOnError(text);
-    else
-        QMessageBox::critical(this, windowTitle(), text);
+    } else {
+        ShowErrorBox(text, this);
+    }
 }
 
 bool TfrmSCMain::Confirm(const QString& Question) {

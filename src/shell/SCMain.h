@@ -52,6 +52,11 @@ public:
     // Opens or selects the one existing file of a list of exactly one; any
     // other list is ignored without a word. A failure shows its message.
     void ProcessParams(const QStringList& Params);
+    // Selects a table or view of the current database by name and the page
+    // whose tab reads PageCaption (case ignored), as a person would with the
+    // mouse; either may be empty. Returns what could not be found, else an
+    // empty text. Lets a script name what it wants to see.
+    QString ShowByName(const QString& ObjectName, const QString& PageCaption);
 
     // Registry flows, as the commands run them.
     TDLSQLiteDatabase* OpenDatabase(const QString& FileName, const QString& AliasName = QString());
@@ -95,6 +100,7 @@ public:
     static QString ApplicationTitle();
 
 protected:
+    void changeEvent(QEvent* Event) override;
     void closeEvent(QCloseEvent* Event) override;
     void showEvent(QShowEvent* Event) override;
 
@@ -160,7 +166,6 @@ private:
     bool FUpdatingControls = false;
     bool FNeedRefreshAll = false;
     bool FNeedUpdateControls = false;
-    bool FDrainPosted = false;
     bool FDBPropsChanged = true;
     bool FLogEnabled = false;
     bool FThumbnails = false;
@@ -170,7 +175,7 @@ private:
     bool FCreatingTable = false, FCreatingView = false, FCreatingVirtualTable = false;
     qint64 FLastRefreshTime = 0, FLastModifiedTime = 0;  // ms since the epoch
     QPointer<QWidget> FLastActiveControl;
-    QMetaObject::Connection FIdleConnection, FFocusConnection;
+    QMetaObject::Connection FFocusConnection;
     QTreeWidgetItem* FOldFocusedNode = nullptr;  // compared, never followed
     QString FLibraryFileName;
     QString FShownDDLFor;
@@ -193,7 +198,7 @@ private:
     QMenu *miAttachedDatabases = nullptr, *miReleaseSavepoints = nullptr, *miRollbackToSavepoints = nullptr,
           *miTransaction = nullptr;
     QTimer *tmUnlock = nullptr, *tmFocusedChanged = nullptr, *tmRecordCount = nullptr,
-           *tmVersionCheck = nullptr;
+           *tmVersionCheck = nullptr, *tmInstParams = nullptr;
 };
 
 }  // namespace brindle

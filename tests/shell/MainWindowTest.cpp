@@ -14,15 +14,18 @@
 #include "shell/RegSettings.h"
 #include "shell/SCMain.h"
 #include "shell/SCPaths.h"
+#include "shell/SingleInstance.h"
 #include "widgets/DBTree.h"
 #include "widgets/DataSetModel.h"
 #include "workbench/Caches.h"
 
 #include <gtest/gtest.h>
+#include <QAbstractEventDispatcher>
 #include <QAction>
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QEventLoop>
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QInputDialog>
@@ -32,6 +35,7 @@
 #include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QSettings>
+#include <QSplitter>
 #include <QTabWidget>
 #include <QTableView>
 #include <QTableWidget>
@@ -159,6 +163,44 @@ TEST_F(MainWindowTest, CommandLineOpensOnlyASingleExistingFile) {
     EXPECT_TRUE(errors.first().startsWith(QStringLiteral("file is not a database")))
         << errors.first().toStdString();
     EXPECT_TRUE(List().FindDatabaseByAliasName(QStringLiteral("dbdemos"))->Connected());
+}
+
+// A file handed over by a second start waits behind a modal dialog without
+// keeping the loop busy, and opens once the dialog is closed.
+TEST_F(MainWindowTest, HandedOverFileWaitsQuietlyForAModalDialog) {
+    const QString path = MakeDatabase(QStringLiteral("later.db"));
+    int wakeups = 0;
+    const QMetaObject::Connection counter =
+        QObject::connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock,
+                         [&wakeups] { ++wakeups; });
+    int openWhileModal = -1;
+    {
+        QMessageBox box(QMessageBox::Information, QStringLiteral("Busy"), QStringLiteral("A dialog"),
+                        QMessageBox::Ok, window.get());
+        QTimer::singleShot(0, &box, [path] { InstParams().append(QStringList{path}); });
+        QTimer::singleShot(200, &box, [&wakeups] { wakeups = 0; });
+        QTimer::singleShot(700, &box, [&] {
+            openWhileModal = List().GetMetadataCount();
+            box.accept();
+        });
+        box.exec();
+    }
+    QObject::disconnect(counter);
+    EXPECT_EQ(openWhileModal, 0);
+    // Half a second of waiting: the window's timers, not a busy loop.
+    EXPECT_LT(wakeups, 100);
+
+    // Then a loop that waits for events, as the program's does.
+    QEventLoop loop;
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
+        if (List().GetMetadataCount() > 0) loop.quit();
+    });
+    poll.start(20);
+    QTimer::singleShot(3000, &loop, &QEventLoop::quit);
+    loop.exec();
+    ASSERT_EQ(List().GetMetadataCount(), 1);
+    EXPECT_EQ(List().GetDatabase(0).FileName(), path);
 }
 
 TEST_F(MainWindowTest, CreateRegisterAndClose) {
@@ -394,6 +436,48 @@ TEST_F(MainWindowTest, DataPageShowsTheRowsOfTheSelection) {
               QStringLiteral("first"));
     window->CloseDatabase(window->CurrentDatabase());
     EXPECT_EQ(model->rowCount(), 0);
+}
+
+// The tree comes back at the width it was left at, start after start, and
+// keeps it while the window is resized.
+TEST_F(MainWindowTest, TreeKeepsItsWidthAcrossStarts) {
+    auto splitter = [this] { return window->findChild<QSplitter*>(QStringLiteral("DBTree")); };
+    ASSERT_NE(splitter(), nullptr);
+    const int total = splitter()->sizes().value(0) + splitter()->sizes().value(1);
+    splitter()->setSizes({700, total - 700});
+    ASSERT_EQ(splitter()->sizes().value(0), 700);
+    for (int start = 0; start < 3; ++start) {
+        EXPECT_TRUE(window->close());
+        Stop();
+        EXPECT_EQ(Settings().value(QStringLiteral("Layout/DBTree.Width")).toInt(), 700) << "start " << start;
+        Start();
+        EXPECT_EQ(splitter()->sizes().value(0), 700) << "start " << start;
+    }
+    window->resize(window->width() + 200, window->height());
+    Settle();
+    EXPECT_EQ(splitter()->sizes().value(0), 700);
+}
+
+// What the screenshot script asks for by name: an object of the current
+// database and a page by its tab's caption; a stale name says what is there.
+TEST_F(MainWindowTest, ObjectAndPageChosenByName) {
+    EXPECT_EQ(window->ShowByName(QStringLiteral("orders"), QString()),
+              QStringLiteral("No database is open to show orders of."));
+    window->ProcessParams({GetDemoDatabasePath()});
+    Settle();
+    // The design page, hidden while the database node was current.
+    EXPECT_EQ(window->ShowByName(QStringLiteral("orders"), QStringLiteral("Design")), QString());
+    EXPECT_EQ(window->Pages()->tabText(window->Pages()->currentIndex()), QStringLiteral("Design"));
+    EXPECT_EQ(window->ShowByName(QStringLiteral("ORDERS"), QStringLiteral("data")), QString());
+    Settle();
+    EXPECT_EQ(GlobalData->CurrentItemName(), QStringLiteral("main.orders"));
+    EXPECT_EQ(window->Pages()->currentWidget(), window->DataView());
+    EXPECT_GT(window->DataModel()->rowCount(), 0);
+
+    EXPECT_EQ(window->ShowByName(QString(), QStringLiteral("Nope")),
+              QStringLiteral("No page Nope; the pages shown are Database, SQL, Data, Design, DDL."));
+    EXPECT_EQ(window->ShowByName(QStringLiteral("nothing"), QString()),
+              QStringLiteral("Database dbdemos shows no object nothing."));
 }
 
 TEST_F(MainWindowTest, OptionsTakeEffectOnOKOnly) {

@@ -1,12 +1,13 @@
-// The shell suite runs with a QApplication on the offscreen platform, the
-// linked SQLite library and the parser, and with the per-user store and data
-// folder in a temporary folder, so that no test sees the user's settings.
+// The shell suite runs with the program's application object on the
+// offscreen platform, the linked SQLite library and the parser, and with the
+// per-user store and data folder in a temporary folder, so that no test sees
+// the user's settings.
 #include "engine/DLSQLite3API.h"
 #include "schema/DLSQLiteParser.h"
+#include "shell/Application.h"
 #include "shell/RegSettings.h"
 
 #include <gtest/gtest.h>
-#include <QApplication>
 #include <QSettings>
 #include <QTemporaryDir>
 
@@ -26,7 +27,7 @@ public:
         static int argc = 1;
         static char name[] = "brindle_shell_tests";
         static char* argv[] = {name, nullptr};
-        FApp = std::make_unique<QApplication>(argc, argv);
+        FApp = std::make_unique<TApplication>(argc, argv);
         ASSERT_TRUE(SQLite3Driver->sqlite3drv_load_library(SQLITE_INTERNAL_LIB));
         InstallSQLParserServices();  // as the program does at start
     }
@@ -34,7 +35,7 @@ public:
 
 private:
     QTemporaryDir FHome;
-    std::unique_ptr<QApplication> FApp;
+    std::unique_ptr<TApplication> FApp;
 };
 
 [[maybe_unused]] ::testing::Environment* const kEnvironment =
