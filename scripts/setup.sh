@@ -10,7 +10,7 @@ packages=(
   unixodbc-dev libsqliteodbc odbc-postgresql postgresql
   libuchardet-dev libicu-dev
   libgtest-dev libgmock-dev libbenchmark-dev
-  xvfb x11-utils imagemagick xdotool
+  xvfb x11-utils imagemagick xdotool time
 )
 
 missing=()

@@ -1,5 +1,6 @@
 // brindle-cli run as a real process, as scripts use it.
 #include "CatalogueReport.h"
+#include "QtPrinters.h"
 #include "TempDir.h"
 
 #include "engine/DLSQLite3API.h"
@@ -234,6 +235,21 @@ TEST(Cli, QueryWritesTheLastSelectAsCsv) {
     r = run({QStringLiteral("query"), QStringLiteral(DEMO_DB), QStringLiteral("select * frm orders")});
     EXPECT_EQ(r.code, 1);
     EXPECT_TRUE(r.err.contains(QLatin1String("syntax error"))) << r.err.toStdString();
+
+    // The columns the statement selects, and nothing for a text without one.
+    r = run({QStringLiteral("query"), QStringLiteral(DEMO_DB), QStringLiteral("select * from countries limit 1")});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_FALSE(r.out.contains(QLatin1String("rowid"))) << r.out.toStdString();
+    r = run({QStringLiteral("query"), QStringLiteral(DEMO_DB), QStringLiteral("-- c")});
+    EXPECT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_TRUE(r.out.isEmpty());
+
+    // Values as stored: a REAL to its last bit, text that looks like a
+    // number, an integer beyond 32 bits, UTF-8 beyond ASCII.
+    r = run({QStringLiteral("query"), QStringLiteral(DEMO_DB),
+             QStringLiteral("select 0.1 + 0.2 as r, '007' as t, 9007199254740993 as i, 'Grüße 世界' as u")});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_EQ(r.out, QStringLiteral("r,t,i,u\n0.30000000000000004,007,9007199254740993,Grüße 世界\n"));
 }
 
 TEST(Cli, QueryStopsOnInterruptAndLeavesNoTransaction) {
