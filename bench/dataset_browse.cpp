@@ -4,7 +4,7 @@
 // million and at ten million rows (memory must not grow with the table).
 //
 //   build/bin/bench_dataset_browse [ROWS]     (default 10000000)
-#include "data/DLDataSet.h"
+#include "data/DLQuery.h"
 #include "data/DLTable.h"
 #include "engine/DLSQLite3API.h"
 #include "engine/DLSQLiteDatabase.h"

@@ -2,7 +2,7 @@
 
 #include "CsvOut.h"
 
-#include "data/DLDataSet.h"
+#include "data/DLQuery.h"
 #include "engine/DLObjectNames.h"
 #include "engine/DLQuoteTools.h"
 #include "engine/DLSQLite3API.h"

@@ -1,6 +1,6 @@
 #include "DLSQLiteEdit.h"
 
-#include "DLDataSet.h"
+#include "DLQuery.h"
 #include "DLSQLiteLoad.h"
 #include "engine/Assert.h"
 #include "engine/DLDateTime.h"

@@ -1,6 +1,6 @@
 #include "DLSQLiteLoad.h"
 
-#include "DLDataSet.h"
+#include "DLSQLDataSet.h"
 #include "DLRowidMarks.h"
 #include "DLTable.h"
 #include "engine/DLDateTime.h"

@@ -2,7 +2,7 @@
 // the chosen order, the filter, a master row to follow, and a range.
 #pragma once
 
-#include "DLDataSet.h"
+#include "DLQuery.h"
 
 namespace brindle {
 

@@ -5,6 +5,9 @@
 //
 // Threading: every call comes from the main thread, except Interrupt, which
 // may come from anywhere. Background work uses connections of its own.
+//
+// The members are defined by concern: the connection in DLSQLiteDatabase.cpp,
+// statements in DLSQLiteStatements.cpp, the catalogue in DLSQLiteCatalog.cpp.
 #pragma once
 
 #include "DLDatabase.h"

@@ -1,6 +1,6 @@
 #include "DataSetModel.h"
 
-#include "data/DLDataSet.h"
+#include "data/DLSQLDataSet.h"
 #include "engine/DLDateTime.h"
 #include "engine/Exceptions.h"
 

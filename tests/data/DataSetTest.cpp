@@ -3,7 +3,7 @@
 #include "QtPrinters.h"
 #include "TempDir.h"
 
-#include "data/DLDataSet.h"
+#include "data/DLQuery.h"
 #include "data/DLTable.h"
 #include "engine/DLSQLite3API.h"
 #include "engine/DLSQLiteDatabase.h"

@@ -4,7 +4,7 @@
 #include "QtPrinters.h"
 #include "TempDir.h"
 
-#include "data/DLDataSet.h"
+#include "data/DLQuery.h"
 #include "data/DLSQLiteEdit.h"
 #include "engine/DLQuoteTools.h"
 #include "engine/DLSQLite3API.h"

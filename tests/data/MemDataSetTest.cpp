@@ -5,6 +5,7 @@
 
 #include "data/DLBlobs.h"
 #include "data/DLMemDataSet.h"
+#include "data/DLQuery.h"
 #include "engine/DLDateTime.h"
 #include "engine/DLSQLite3API.h"
 #include "engine/DLSQLiteDatabase.h"
