@@ -517,13 +517,15 @@ void TDLRecData::LoadFromStream(const QByteArray& Stream) {
     qsizetype pos = 0;
     bool blobs = false;
     const TFields& fields = FDataSetData->DataSet()->GetFields();
+    // The bytes may come from outside (the clipboard): a short stream is
+    // damaged data, not a broken program.
+    const ECustomException damaged(QStringLiteral("Record data is damaged"));
     for (size_t i = 0; i < FFlags.size(); ++i) {
-        BRINDLE_ASSERT(Stream.size() - pos >= 5, "TDLRecData::LoadFromStream: stream too short");
+        if (Stream.size() - pos < 5) throw damaged;
         FFlags[i] = static_cast<uint8_t>(Stream.at(pos));
         const quint32 length = ReadCardinal(Stream, pos + 1);
         pos += 5;
-        BRINDLE_ASSERT(Stream.size() - pos >= static_cast<qint64>(length),
-                       "TDLRecData::LoadFromStream: stream too short");
+        if (Stream.size() - pos < static_cast<qint64>(length)) throw damaged;
         FRawData[i] = Stream.mid(pos, length);
         pos += length;
         if (length > 0 && IsBlobType(fields[static_cast<int>(i)].DataType())) blobs = true;

@@ -77,8 +77,9 @@ void PopulateDataTypes(TDLSQLiteDatabase& Database, std::vector<TFieldInfoRec>& 
     Database.Prepare(handle);
     if (!handle.Prepared()) throw ECustomException(QStringLiteral("Cannot read the column types of the query"));
     TSQLite3Driver& d = *SQLite3Driver;
-    BRINDLE_ASSERT(d.sqlite3_column_count(handle.FSQLHandle) == static_cast<int>(typed.size()),
-                   "the type statement has a column per typed record");
+    // A query read otherwise than the engine reads it: nothing to edit by.
+    if (d.sqlite3_column_count(handle.FSQLHandle) != static_cast<int>(typed.size()))
+        throw ECustomException(QStringLiteral("Cannot read the column types of the query"));
     for (size_t c = 0; c < typed.size(); ++c) {
         TFieldInfoRec& f = Fields[typed[c]];
         const int col = static_cast<int>(c);

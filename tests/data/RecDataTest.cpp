@@ -140,6 +140,10 @@ TEST(RecData, TypedValuesNullsAndBlobFlags) {
         EXPECT_EQ(copy->GetHasData(i), rec->GetHasData(i)) << i;
         EXPECT_EQ(copy->GetModified(i), rec->GetModified(i)) << i;
     }
+    // A stream cut short anywhere is refused as damaged, never read past.
+    const QByteArray stream = rec->SaveToStream();
+    for (const qsizetype cut : {qsizetype(0), qsizetype(3), stream.size() - 1})
+        EXPECT_THROW(copy->LoadFromStream(stream.left(cut)), ECustomException) << cut;
 
     // Emptying a BLOB marks it full and leaves has-data alone.
     copy->DiscardData(8);
