@@ -3,7 +3,6 @@
 #include "shell/Application.h"
 
 #include <gtest/gtest.h>
-#include <QAction>
 #include <QEventLoop>
 #include <QMessageBox>
 #include <QTimer>
@@ -21,10 +20,11 @@ TEST(ApplicationErrors, EscapedExceptionsAreShownLoggedAndSurvived) {
         qInstallMessageHandler([](QtMsgType Type, const QMessageLogContext&, const QString& Message) {
             if (Type == QtCriticalMsg) CriticalLog << Message;
         });
-    // A command run from the loop, as a menu or a shortcut runs it, fails.
-    QAction command;
-    QObject::connect(&command, &QAction::triggered, [] { throw std::runtime_error("disk full"); });
-    QMetaObject::invokeMethod(&command, &QAction::trigger, Qt::QueuedConnection);
+    // A command run from the loop fails. (Posted through the core's event
+    // delivery: the widgets library is built without exception cleanup, so
+    // a throw through its frames would leak what they hold.)
+    QObject command;
+    QMetaObject::invokeMethod(&command, [] { throw std::runtime_error("disk full"); }, Qt::QueuedConnection);
     // A person reads the error box and closes it. It stays up a while, and
     // a failure behind it (say, of a repaint) is logged only.
     QEventLoop loop;
