@@ -821,9 +821,6 @@ bool SQLContains(const QString& SQL, const TSQLTokenTypes& TokenTypes) {
 
 void InstallSQLParserServices() {
     TSQLTextServices s;
-    s.ParseSQL = [](const QString& Value, QStringList& List, bool StripSemicolon) {
-        SplitSQL(Value, List, StripSemicolon);
-    };
     s.GetSQLCommand = [](const QString& SQL) { return GetParser(SQL).SQLCommand(); };
     s.GetSavepointName = [](const QString& SQL) { return GetParser(SQL).GetSavepointName(); };
     s.GetDatabaseNameFromSQL = [](const QString& SQL) { return GetParser(SQL).GetDatabaseName(); };

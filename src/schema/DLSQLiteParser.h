@@ -5,7 +5,7 @@
 // trigger bodies, view selects) are cut from the source by token position.
 #pragma once
 
-#include "SQLScanner.h"
+#include "engine/SQLScanner.h"
 #include "engine/DLParams.h"
 #include "engine/DLQueryInfo.h"
 
@@ -256,12 +256,12 @@ private:
 // the next call: a call may release the tokens of older parsers.
 TSQLParser& GetParser(const QString& SQL);
 
-// The parser's questions on a text, through GetParser. ParseSQL,
-// GetSQLCommand, GetSavepointName, GetDatabaseNameFromSQL, GetFileNameFromSQL,
+// The parser's questions on a text, through GetParser. GetSQLCommand,
+// GetSavepointName, GetDatabaseNameFromSQL, GetFileNameFromSQL,
 // GetLoadExtensionParams, IsWithoutRowid, GetTableNameFromSQL,
 // GetTableCountFromSQL, IsSimpleSelect, HasOrderBy and FixFilterExpression
-// are the engine's (SQLText.h),
-// answered by the parser once it is installed.
+// are the engine's (engine/SQLText.h), answered by the parser once it is
+// installed; ParseSQL is the engine's splitter.
 void GetAllTableNamesFromSQL(const QString& SQL, QStringList& List);
 void GetFullTableNameFromSQL(const QString& SQL, QString& DatabaseName, QString& TableName);
 QString GetIndexCollateOption(const QString& SQL, const QString& FieldName);

@@ -13,6 +13,15 @@
 
 namespace {
 
+// The test's own databases ask the parser what their statements are, as the
+// program does from its start.
+class ParserServices : public ::testing::Environment {
+public:
+    void SetUp() override { brindle::InstallSQLParserServices(); }
+};
+
+const auto* const environment = ::testing::AddGlobalTestEnvironment(new ParserServices);
+
 struct Result {
     int code;
     QString out;
@@ -121,7 +130,6 @@ TEST(Cli, SchemaRecreatesTheDemoDatabase) {
     ASSERT_EQ(shell.exitCode(), 0) << shell.readAllStandardError().toStdString();
 
     ASSERT_TRUE(brindle::SQLite3Driver->sqlite3drv_load_library(brindle::SQLITE_INTERNAL_LIB));
-    brindle::InstallSQLParserServices();
     QStringList reports[2];
     int k = 0;
     for (const QString& path : {QStringLiteral(DEMO_DB), copyPath}) {
@@ -164,7 +172,6 @@ TEST(Cli, TreePrintsTheWholeDemoDatabaseWithRecordCounts) {
     EXPECT_TRUE(tables < virtualTables && virtualTables < shadowTables && shadowTables < views);
 
     ASSERT_TRUE(brindle::SQLite3Driver->sqlite3drv_load_library(brindle::SQLITE_INTERNAL_LIB));
-    brindle::InstallSQLParserServices();
     {
         brindle::TDLSQLiteDatabase db;
         db.FShowWaitCursor = false;

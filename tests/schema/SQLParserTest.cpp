@@ -143,6 +143,17 @@ TEST(SQLParser, StatementQuestions) {
     EXPECT_EQ(
         GetTriggerDatabaseName(S("create trigger main.t after delete on x begin delete from aux.y; end")),
         QString());
+
+    // Splitting is the scanner's and needs nothing installed; any other
+    // question asked before the parser answers stops the program.
+    EXPECT_DEATH(
+        {
+            SetSQLTextServices({});
+            QStringList pieces;
+            ParseSQL(S("select 1; select 2"), pieces, true);
+            if (pieces.size() == 2) GetSQLCommand(S("select 1"));
+        },
+        "SQL text services used before InstallSQLParserServices");
 }
 
 TEST(SQLParser, RolesLeadToVerbatimText) {

@@ -4,7 +4,7 @@
 
 #include "ExerciseParser.h"
 #include "schema/DLSQLiteParser.h"
-#include "schema/SQLScanner.h"
+#include "engine/SQLScanner.h"
 
 #include <gtest/gtest.h>
 #include <QElapsedTimer>

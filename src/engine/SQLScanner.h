@@ -2,11 +2,11 @@
 // remember where they stood, so that later stages can cut verbatim pieces out
 // of the source. It never fails: whatever the text, a token list comes back.
 //
-// Also here: the keyword classification table that the parser applies to the
-// tokens, and the statement splitters behind the engine's ParseSQL.
+// Also here: the keyword classification table that the parser (in the schema
+// layer) applies to the tokens, and the statement splitters behind ParseSQL.
 #pragma once
 
-#include "engine/SQLText.h"
+#include "SQLText.h"
 
 #include <QString>
 #include <QStringList>
@@ -119,8 +119,7 @@ bool SameKeyword(QStringView Word, std::string_view Keyword);
 
 // The statement splitters. Pieces keep their surrounding white space and
 // comments; together they are the whole text (before semicolons are stripped),
-// and empty pieces are not added. ParseSQL of the engine answers with
-// SplitSQL once InstallSQLParserServices has run.
+// and empty pieces are not added. ParseSQL (SQLText.h) is SplitSQL.
 void SplitSQL(const QString& Value, QStringList& List, bool StripSemicolon);
 // Quotes and comments only: right for any script without a trigger.
 void FastParseSQL(const QString& Value, QStringList& List, bool StripSemicolon);
