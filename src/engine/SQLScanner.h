@@ -103,12 +103,21 @@ protected:
     TTokenList FTokens;
 };
 
+// Whether the engine takes a keyword for a name where its grammar expects
+// one (its fallback of keywords to identifiers): never; anywhere; anywhere
+// but as an alias without AS (join words and operators, which would go on
+// with the clause); anywhere but in an expression (words that begin one:
+// CAST, RAISE, CURRENT_TIME ...). A word the engine does not know as a
+// keyword at all (COUNT, TOTAL) is a name anywhere. Phrases are never names.
+enum TKeywordAsName : unsigned char { kaReserved, kaName, kaNotAlias, kaNotInExpression };
+
 // One row of the keyword classification: a word or a phrase of up to three
-// words, and the type its tokens get.
+// words, the type its tokens get, and whether it may stand as a name.
 struct TSQLKeyword {
     std::string_view Words[3];
     int WordCount;
     TSQLTokenType Type;
+    TKeywordAsName AsName;
 };
 
 // The rows whose first word equals Word (ignoring ASCII case), in the order
