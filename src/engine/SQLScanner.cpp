@@ -719,4 +719,64 @@ void SafeParseSQL(const QString& Value, QStringList& List, bool StripSemicolon) 
     if (lastEnd < Value.size()) AddPiece(Value, lastEnd, Value.size(), false, StripSemicolon, List);
 }
 
+// ---------------------------------------------------------------------------
+// Ending a statement
+
+QString EndStatement(const QString& SQL) {
+    enum { Code, LineComment, BlockComment, Quoted } state = Code;
+    char16_t close = 0;
+    bool ended = false;  // the last token is a ";"
+    const qsizetype n = SQL.size();
+    for (qsizetype i = 0; i < n; ++i) {
+        const char16_t c = SQL[i].unicode();
+        const char16_t next = i + 1 < n ? SQL[i + 1].unicode() : 0;
+        switch (state) {
+            case Code:
+                if (c == u'-' && next == u'-') {
+                    state = LineComment;
+                    ++i;
+                } else if (c == u'/' && next == u'*') {
+                    state = BlockComment;
+                    ++i;
+                } else if (c == u'\'' || c == u'"' || c == u'`' || c == u'[') {
+                    state = Quoted;
+                    close = c == u'[' ? u']' : c;
+                    ended = false;
+                } else if (c == u';') {
+                    ended = true;
+                } else if (c != u' ' && c != u'\t' && c != u'\n' && c != u'\r' && c != u'\f') {
+                    ended = false;
+                }
+                break;
+            case LineComment:
+                if (c == u'\n') state = Code;
+                break;
+            case BlockComment:
+                if (c == u'*' && next == u'/') {
+                    state = Code;
+                    ++i;
+                }
+                break;
+            case Quoted:
+                if (c != close) break;
+                if (close != u']' && next == close)
+                    ++i;  // a doubled quote stands for itself
+                else
+                    state = Code;
+                break;
+        }
+    }
+    if (ended) return SQL;
+    switch (state) {
+        case LineComment:
+            return SQL + QStringLiteral("\r\n;");
+        case BlockComment:
+            return SQL + QStringLiteral("*/;");
+        case Quoted:
+            return SQL + QChar(close) + u';';
+        default:
+            return SQL + u';';
+    }
+}
+
 }  // namespace brindle

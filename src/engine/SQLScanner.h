@@ -136,4 +136,11 @@ void FastParseSQL(const QString& Value, QStringList& List, bool StripSemicolon);
 // in one piece.
 void SafeParseSQL(const QString& Value, QStringList& List, bool StripSemicolon);
 
+// SQL with a ";" behind it that ends it for the engine, to be followed by
+// more statements: on a line of its own when SQL ends inside a "--" comment,
+// behind a "*/" when it ends inside a block comment left open, and nothing
+// added when a ";" ends it already. The engine's own lexical rules decide
+// (backquotes quote, "//" is no comment), not the tolerant scanner's.
+QString EndStatement(const QString& SQL);
+
 }  // namespace brindle

@@ -340,3 +340,11 @@ TEST(SQLScannerRobustness, HugeSingleLines) {
     soup.replace(u'\n', u' ');
     CheckHugeText("token soup", soup);
 }
+
+TEST(SQLScanner, EndStatementFollowsTheFixtures) {
+    const std::vector<TSQLCase> cases = ReadSQLCases(QStringLiteral("end.txt"));
+    ASSERT_GT(cases.size(), 5u);
+    for (const TSQLCase& c : cases)
+        EXPECT_EQ(EndStatement(c.Input).toStdString(), c.Expected.join(u'\n').trimmed().toStdString())
+            << "end.txt:" << c.Line << " " << c.Name.toStdString();
+}
