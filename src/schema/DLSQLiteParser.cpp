@@ -629,6 +629,34 @@ QString TSQLParser::GetIndexFieldSortOrder(const QString& FieldName) {
     return IndexColumnOption(*this, FieldName, {stAscending, stDescending});
 }
 
+std::vector<TIndexColumnRec> TSQLParser::GetIndexColumns() {
+    std::vector<TIndexColumnRec> result;
+    if (SQLCommand() != stCreateIndex) return result;
+    const int on = IndexOf(stOn);
+    const int open = on < 0 ? -1 : IndexOf(stOpenParen, on);
+    const int close = open < 0 ? -1 : ClosingParen(open);
+    if (close < 0) return result;
+    int start = open + 1, level = 0;
+    for (int i = open + 1; i <= close; ++i) {
+        const TTokenType kind = GetTokens(i)->FTokenType;
+        if (kind == ttOpenParen) ++level;
+        if (kind == ttCloseParen && i < close) --level;
+        if ((kind != ttComma || level != 0) && i != close) continue;
+        int last = i - 1;
+        TIndexColumnRec column;
+        if (last >= start && (Role(last) == stAscending || Role(last) == stDescending))
+            column.SortOrder = GetTokens(last--)->FValue;
+        if (last > start && Role(last) == stCollateOption && Role(last - 1) == stCollate) {
+            column.Collate = GetTokens(last)->FValue;
+            last -= 2;
+        }
+        if (last >= start) column.Expression = SourceText(start, last).trimmed();
+        result.push_back(column);
+        start = i + 1;
+    }
+    return result;
+}
+
 QString TSQLParser::GetIndexWhereClause() {
     if (SQLCommand() != stCreateIndex) return QString();
     const int where = LastIndexOf(stWhere);
@@ -879,6 +907,27 @@ QString GetIndexFieldSortOrder(const QString& SQL, const QString& FieldName) {
 
 QString GetIndexWhereClause(const QString& SQL) {
     return GetParser(SQL).GetIndexWhereClause();
+}
+
+void IndexColumnOptions(const QString& IndexSQL, int Place, const QString& EngineCollation, bool EngineDescending,
+                        const QString& OwnCollation, QString& Collate, QString& SortOrder) {
+    const std::vector<TIndexColumnRec> columns = GetParser(IndexSQL).GetIndexColumns();
+    const TIndexColumnRec written =
+        Place >= 0 && static_cast<size_t>(Place) < columns.size() ? columns[static_cast<size_t>(Place)] : TIndexColumnRec();
+    const QString& writtenCollation = written.Collate;
+    const QString& writtenOrder = written.SortOrder;
+    const QString own = OwnCollation.isEmpty() ? QStringLiteral("BINARY") : OwnCollation;
+    if (writtenCollation.compare(EngineCollation, Qt::CaseInsensitive) == 0)
+        Collate = writtenCollation;
+    else if (EngineCollation.isEmpty() || EngineCollation.compare(own, Qt::CaseInsensitive) == 0)
+        Collate.clear();
+    else
+        Collate = EngineCollation;
+    const bool writtenDescending = writtenOrder.startsWith(QLatin1String("DESC"), Qt::CaseInsensitive);
+    if (EngineDescending)
+        SortOrder = writtenDescending ? writtenOrder : QStringLiteral("DESC");
+    else
+        SortOrder = writtenDescending ? QString() : writtenOrder;
 }
 
 QString ReplaceTableNameInTrigger(const QString& SQL, const QString& NewTableName) {

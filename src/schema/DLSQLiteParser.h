@@ -125,6 +125,14 @@ struct TVirtualTableRec {
     QString ModuleArguments;  // between the parentheses, verbatim and untrimmed
 };
 
+// One column of CREATE INDEX as written, with its COLLATE and ASC/DESC words
+// taken apart.
+struct TIndexColumnRec {
+    QString Expression;  // the name or expression, without COLLATE and ASC/DESC
+    QString Collate;
+    QString SortOrder;
+};
+
 // A clause of a CREATE text that the definitions cannot hold; FieldName is
 // empty for a clause of the whole table or view.
 struct TUnsupportedClause {
@@ -155,6 +163,8 @@ public:
     QString GetIndexCollateOption(const QString& FieldName);
     QString GetIndexFieldSortOrder(const QString& FieldName);
     QString GetIndexWhereClause();
+    // Every column of the list in its place, names and expressions alike.
+    std::vector<TIndexColumnRec> GetIndexColumns();
 
     // ATTACH and DETACH: the schema name as written; ATTACH: the file name.
     QString GetDatabaseName();
@@ -267,6 +277,13 @@ void GetFullTableNameFromSQL(const QString& SQL, QString& DatabaseName, QString&
 QString GetIndexCollateOption(const QString& SQL, const QString& FieldName);
 QString GetIndexFieldSortOrder(const QString& SQL, const QString& FieldName);
 QString GetIndexWhereClause(const QString& SQL);
+// The collation and order of the index column at Place (from 0), from what
+// the engine keeps (pragma index_xinfo: the collation in use, and whether
+// descending), which no text can misread, spelt as IndexSQL writes them
+// where it says the same. A collation that is the column's own
+// (OwnCollation, BINARY when empty) is left to the column unless written.
+void IndexColumnOptions(const QString& IndexSQL, int Place, const QString& EngineCollation, bool EngineDescending,
+                        const QString& OwnCollation, QString& Collate, QString& SortOrder);
 QString ReplaceTableNameInTrigger(const QString& SQL, const QString& NewTableName);
 QString ReplaceTriggerName(const QString& SQL, const QString& NewTriggerName);
 QString StripOrderBy(const QString& SQL);

@@ -415,6 +415,34 @@ TEST_F(Metadata, WhatOnlyTheStoredTextTells) {
     EXPECT_EQ(md.FindView(QStringLiteral("v_top"))->TriggerCount(), 1);
 }
 
+// An index column's collation and order are the engine's, spelt as written
+// where the text says the same; a key's order only where it has an index.
+TEST_F(Metadata, IndexColumnsAsTheEngineKeepsThem) {
+    auto db = Open(QStringLiteral(":memory:"));
+    db->Execute(QStringLiteral(
+        "CREATE TABLE plan (key TEXT COLLATE NOCASE, total INT, row INT);"
+        "CREATE INDEX plan_ix ON plan (key, total COLLATE RTRIM DESC, (row) COLLATE nocase desc, key COLLATE NOCASE);"
+        "CREATE TABLE rowid_key (id INTEGER, PRIMARY KEY (id DESC));"
+        "CREATE TABLE own_key (id INTEGER PRIMARY KEY DESC);"));
+    TDLSQLiteMetadata md(db.get());
+    md.Refresh();
+    const auto& ix = static_cast<const TSQLiteIndexInfo&>(*md.FindTable(QStringLiteral("plan"))->FindIndex(
+        QStringLiteral("plan_ix")));
+    QStringList columns;
+    for (int i = 0; i < ix.IndexFieldCount(); ++i)
+        columns << ix.Field(i).FFieldName + u'/' + ix.Field(i).FCollate + u'/' + ix.Field(i).FSortOrder;
+    EXPECT_EQ(columns.join(u' ').toStdString(), "key// total/RTRIM/DESC row/nocase/desc key/NOCASE/");
+
+    const auto* rowid = static_cast<const TSQLiteIndexInfo*>(md.FindTable(QStringLiteral("rowid_key"))->PrimaryKey());
+    ASSERT_TRUE(rowid);
+    EXPECT_TRUE(rowid->FIndexName.isEmpty());
+    EXPECT_TRUE(rowid->Field(0).FSortOrder.isEmpty());
+    const auto* own = static_cast<const TSQLiteIndexInfo*>(md.FindTable(QStringLiteral("own_key"))->PrimaryKey());
+    ASSERT_TRUE(own);
+    EXPECT_FALSE(own->FIndexName.isEmpty());
+    EXPECT_EQ(own->Field(0).FSortOrder, QStringLiteral("DESC"));
+}
+
 TEST_F(Metadata, DependenciesAndReferences) {
     auto db = Rich();
     TDLSQLiteMetadata md(db.get());
