@@ -529,7 +529,7 @@ TEST_F(Metadata, RefreshSeesAnotherConnectionsChangeAndKeepsWhatStayed) {
     EXPECT_EQ(md.FindTable(QStringLiteral("sqlite_sequence"))->FieldCount(), 2);
 }
 
-TEST_F(Metadata, OneUnreadableTableDoesNotStopTheRest) {
+TEST_F(Metadata, OneUnreadableObjectDoesNotStopTheRest) {
     {
         auto db = Rich();
         db->Execute(QStringLiteral("pragma writable_schema = on"));
@@ -538,21 +538,39 @@ TEST_F(Metadata, OneUnreadableTableDoesNotStopTheRest) {
                            "'CREATE VIRTUAL TABLE ghost USING nosuchmodule (x)')"));
     }
     auto db = Open(dir.file(QStringLiteral("rich.db")));
+    db->Execute(QStringLiteral("create table gone (b); create view over_gone as select b from gone; drop table gone"));
     TDLSQLiteMetadata md(db.get());
-    try {
-        md.Refresh();
-        FAIL() << "no error";
-    } catch (const ECustomException& e) {
-        EXPECT_TRUE(e.message().startsWith(
-            QStringLiteral("The following errors were encountered while refreshing schema: \r\n\r\n"
-                           "Error refreshing schema for table \"main.ghost\": ")))
-            << e.message().toStdString();
-        EXPECT_TRUE(e.message().contains(QStringLiteral("nosuchmodule")));
-    }
+    // What failed is told, and kept with the metadata; the refresh itself
+    // goes through.
+    ASSERT_NO_THROW(md.Refresh());
+    const QString errors = md.RefreshErrors();
+    EXPECT_TRUE(errors.startsWith(
+        QStringLiteral("The following errors were encountered while refreshing schema: \r\n\r\n"
+                       "Error refreshing schema for table \"main.ghost\": ")))
+        << errors.toStdString();
+    EXPECT_TRUE(errors.contains(QStringLiteral("nosuchmodule")));
+    EXPECT_TRUE(errors.contains(QStringLiteral("Error refreshing schema for view \"main.over_gone\": no such table")))
+        << errors.toStdString();
     EXPECT_EQ(md.FindTable(QStringLiteral("parent"))->FieldCount(), 3);
+    EXPECT_EQ(md.FindView(QStringLiteral("v_child"))->FieldCount(), 3);
     ASSERT_TRUE(md.FindTable(QStringLiteral("ghost")));
+    ASSERT_TRUE(md.FindView(QStringLiteral("over_gone")));
     md.UpdateRecordCount(*md.FindTable(QStringLiteral("ghost")));
     EXPECT_FALSE(md.FindTable(QStringLiteral("ghost"))->FRecordCount);
+
+    // Mended, the next refresh forgets the errors.
+    db->Execute(QStringLiteral("drop view over_gone; pragma writable_schema = on; "
+                               "delete from sqlite_master where name = 'ghost'"));
+    db->SetConnected(false);
+    db->SetConnected(true);
+    md.Refresh();
+    EXPECT_TRUE(md.RefreshErrors().isEmpty()) << md.RefreshErrors().toStdString();
+    EXPECT_FALSE(md.FindView(QStringLiteral("over_gone")));
+
+    // A catalogue that cannot be read at all still raises, and says so too.
+    db->SetConnected(false);
+    EXPECT_THROW(md.Refresh(), ECustomException);
+    EXPECT_FALSE(md.RefreshErrors().isEmpty());
 }
 
 TEST_F(Metadata, RecordCountsArriveThroughTheCounter) {
