@@ -262,8 +262,9 @@ void TBaseMetadata::RefreshSchema() {
     attempt([this] { RefreshTables(); });
     attempt([this] { RefreshViews(); });
     if (errors.isEmpty()) return;
-    const QString message = QStringLiteral("The following errors were encountered while refreshing schema: \r\n\r\n") +
-                            errors.join(QStringLiteral("\r\n"));
+    const QString message =
+        QStringLiteral("The following errors were encountered while refreshing schema: \r\n\r\n") +
+        errors.join(QStringLiteral("\r\n"));
     if (listed) throw EObjectsRefreshError(message);
     throw ECustomException(message);
 }

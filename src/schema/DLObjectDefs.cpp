@@ -310,8 +310,7 @@ QString TDLTableDef::GetIndexSQL(const TDLIndexDef& DLIndexDef) const {
     // The index name carries the database; the engine wants the table bare.
     return sql.arg(databaseName.isEmpty() ? QuoteName(DLIndexDef.FIndexName)
                                           : QuoteName(databaseName) + u'.' + QuoteName(DLIndexDef.FIndexName),
-                   QuoteName(tableName),
-                   GetSQLFieldNames(DLIndexDef),
+                   QuoteName(tableName), GetSQLFieldNames(DLIndexDef),
                    where.isEmpty() ? QString() : QStringLiteral(" WHERE ") + where);
 }
 
@@ -362,7 +361,8 @@ QString TDLTableDef::GetCreateSQL(bool IncludeStructure, bool IncludeIndexes, bo
                     QuoteDeclaredTypeIfNeeded(f.FDeclaredType);
             if (f.FNotNull) body += QStringLiteral(" NOT NULL") + ConflictText(f.FNotNullConflictClause);
             if (keyField && SameObject(f.FFieldName, keyField->FFieldName)) {
-                body += QStringLiteral(" PRIMARY KEY") + (keyDescending ? QStringLiteral(" DESC") : QString()) +
+                body += QStringLiteral(" PRIMARY KEY") +
+                        (keyDescending ? QStringLiteral(" DESC") : QString()) +
                         ConflictText(keyConflictClause);
                 if (keyAutoincrement) body += QStringLiteral(" AUTOINCREMENT");
             }

@@ -343,8 +343,8 @@ void TSQLiteIndexInfo::InitIndexFields() {
         } else if (parser && !f.FFieldName.isEmpty() && place < FEngineColumns.size()) {
             const TBaseFieldInfo* column = table.FindField(f.FFieldName);
             IndexColumnOptions(FSQL, i, FEngineColumns[place].Collation, FEngineColumns[place].Descending,
-                               column ? static_cast<const TSQLiteFieldInfo*>(column)->FCollate : QString(), f.FCollate,
-                               f.FSortOrder);
+                               column ? static_cast<const TSQLiteFieldInfo*>(column)->FCollate : QString(),
+                               f.FCollate, f.FSortOrder);
         } else if (parser && !f.FFieldName.isEmpty()) {
             f.FCollate = parser->GetIndexCollateOption(f.FFieldName);
             f.FSortOrder = parser->GetIndexFieldSortOrder(f.FFieldName);

@@ -214,16 +214,16 @@ TSQLTokenType ProductionRole(const TRuleContext& c) {
 }
 
 // The roles that name something.
-constexpr TSQLTokenTypes NameRoles{stFieldName,     stTableName,       stDatabaseName,   stIndexName,
-                                   stTriggerName,   stViewName,        stTableAlias,     stFieldAlias,
-                                   stSavepointName, stPragmaName,      stCollateOption,  stParentTableName,
-                                   stParentFieldName, stPrimaryKeyFieldName, stUniqueFieldName,
-                                   stChildFieldName, stConstraintName};
+constexpr TSQLTokenTypes NameRoles{
+    stFieldName,      stTableName,       stDatabaseName,    stIndexName,           stTriggerName,
+    stViewName,       stTableAlias,      stFieldAlias,      stSavepointName,       stPragmaName,
+    stCollateOption,  stParentTableName, stParentFieldName, stPrimaryKeyFieldName, stUniqueFieldName,
+    stChildFieldName, stConstraintName};
 
 // Where a list of columns or tables begins an item.
 bool AtItemStart(int Role) {
-    return Role == stSelect || Role == stDistinct || Role == stAll || Role == stComma || Role == stOpenParen ||
-           Role == stOrderBy || Role == stGroupBy || Role == stDot;
+    return Role == stSelect || Role == stDistinct || Role == stAll || Role == stComma ||
+           Role == stOpenParen || Role == stOrderBy || Role == stGroupBy || Role == stDot;
 }
 
 // A keyword that the engine also takes as a name, standing where the rules
@@ -282,8 +282,8 @@ int KeywordNameRole(const TRuleContext& c, const TSQLKeyword& k, bool parenNext)
             if (k.AsName == kaNotAlias || parenNext) return NoRole;
             if (role == stFieldAlias && !(c.In(stSelect) && AtItemStart(c.Back2) && c.Back2 != stOpenParen))
                 return NoRole;  // ORDER BY a DESC, CASE WHEN a THEN b END
-            if (role == stTableAlias && !(c.Back2 == stFrom || c.Back2 == stJoin || c.Back2 == stComma ||
-                                          c.Back2 == stDot))
+            if (role == stTableAlias &&
+                !(c.Back2 == stFrom || c.Back2 == stJoin || c.Back2 == stComma || c.Back2 == stDot))
                 return NoRole;
             break;
         default:
@@ -909,11 +909,13 @@ QString GetIndexWhereClause(const QString& SQL) {
     return GetParser(SQL).GetIndexWhereClause();
 }
 
-void IndexColumnOptions(const QString& IndexSQL, int Place, const QString& EngineCollation, bool EngineDescending,
-                        const QString& OwnCollation, QString& Collate, QString& SortOrder) {
+void IndexColumnOptions(const QString& IndexSQL, int Place, const QString& EngineCollation,
+                        bool EngineDescending, const QString& OwnCollation, QString& Collate,
+                        QString& SortOrder) {
     const std::vector<TIndexColumnRec> columns = GetParser(IndexSQL).GetIndexColumns();
-    const TIndexColumnRec written =
-        Place >= 0 && static_cast<size_t>(Place) < columns.size() ? columns[static_cast<size_t>(Place)] : TIndexColumnRec();
+    const TIndexColumnRec written = Place >= 0 && static_cast<size_t>(Place) < columns.size()
+                                        ? columns[static_cast<size_t>(Place)]
+                                        : TIndexColumnRec();
     const QString& writtenCollation = written.Collate;
     const QString& writtenOrder = written.SortOrder;
     const QString own = OwnCollation.isEmpty() ? QStringLiteral("BINARY") : OwnCollation;

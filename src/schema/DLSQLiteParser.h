@@ -5,9 +5,9 @@
 // trigger bodies, view selects) are cut from the source by token position.
 #pragma once
 
-#include "engine/SQLScanner.h"
 #include "engine/DLParams.h"
 #include "engine/DLQueryInfo.h"
+#include "engine/SQLScanner.h"
 
 #include <QString>
 #include <QStringList>
@@ -282,8 +282,9 @@ QString GetIndexWhereClause(const QString& SQL);
 // descending), which no text can misread, spelt as IndexSQL writes them
 // where it says the same. A collation that is the column's own
 // (OwnCollation, BINARY when empty) is left to the column unless written.
-void IndexColumnOptions(const QString& IndexSQL, int Place, const QString& EngineCollation, bool EngineDescending,
-                        const QString& OwnCollation, QString& Collate, QString& SortOrder);
+void IndexColumnOptions(const QString& IndexSQL, int Place, const QString& EngineCollation,
+                        bool EngineDescending, const QString& OwnCollation, QString& Collate,
+                        QString& SortOrder);
 QString ReplaceTableNameInTrigger(const QString& SQL, const QString& NewTableName);
 QString ReplaceTriggerName(const QString& SQL, const QString& NewTriggerName);
 QString StripOrderBy(const QString& SQL);

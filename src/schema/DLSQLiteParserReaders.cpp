@@ -582,8 +582,9 @@ void TSQLParser::GetFieldInfo(std::vector<TFieldInfoRec>& FieldInfoRecs,
 QString BuildTriggerSQL(const TTriggerRec& TriggerRec, bool IsTemporary) {
     const QString crlf = QStringLiteral("\r\n");
     // Database and table are as written, quotes included.
-    const QString database =
-        TriggerRec.DatabaseName.isEmpty() ? QString() : QuoteName(UnQuoteIdentifier(TriggerRec.DatabaseName)) + u'.';
+    const QString database = TriggerRec.DatabaseName.isEmpty()
+                                 ? QString()
+                                 : QuoteName(UnQuoteIdentifier(TriggerRec.DatabaseName)) + u'.';
     const QString tableName = QuoteName(UnQuoteIdentifier(TriggerRec.TableName));
     QString name, table;
     if (IsTemporary) {

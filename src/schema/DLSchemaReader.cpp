@@ -28,7 +28,8 @@ QString SQLName(const QString& Name) {
 
 QString MasterTable(const QString& DatabaseName) {
     if (IsTempDatabase(DatabaseName)) return QStringLiteral("sqlite_temp_master");
-    return SQLName(DatabaseName.isEmpty() ? QStringLiteral("main") : DatabaseName) + QStringLiteral(".sqlite_master");
+    return SQLName(DatabaseName.isEmpty() ? QStringLiteral("main") : DatabaseName) +
+           QStringLiteral(".sqlite_master");
 }
 
 QString Pragma(const QString& DatabaseName, const char* Name, const QString& Argument) {
@@ -39,10 +40,12 @@ QString Pragma(const QString& DatabaseName, const char* Name, const QString& Arg
 
 // The stored text of an object of the database (main when empty, and then
 // temp when main has none), by its exact name in the engine's comparison.
-QString ObjectSQL(TDLSQLiteDatabase& Database, const QString& DatabaseName, const QString& Name, const char* Type) {
+QString ObjectSQL(TDLSQLiteDatabase& Database, const QString& DatabaseName, const QString& Name,
+                  const char* Type) {
     auto read = [&](const QString& db) {
-        return Database.GetStringValue(QStringLiteral("select sql from %1 where type = '%2' and name = %3 collate nocase")
-                                           .arg(MasterTable(db), QLatin1String(Type), QuotedStr(Name)));
+        return Database.GetStringValue(
+            QStringLiteral("select sql from %1 where type = '%2' and name = %3 collate nocase")
+                .arg(MasterTable(db), QLatin1String(Type), QuotedStr(Name)));
     };
     QString sql = read(DatabaseName);
     if (sql.isEmpty() && DatabaseName.isEmpty()) sql = read(QStringLiteral("temp"));
@@ -54,13 +57,15 @@ struct TColumn {
     int KeyPlace = 0;  // in the primary key, from 1
 };
 
-std::vector<TColumn> ReadColumns(TDLSQLiteDatabase& Database, const QString& DatabaseName, const QString& Name,
-                                 bool HasGenerated) {
+std::vector<TColumn> ReadColumns(TDLSQLiteDatabase& Database, const QString& DatabaseName,
+                                 const QString& Name, bool HasGenerated) {
     // table_info leaves generated columns out; they must keep their place.
-    IRecordSetPtr rs = Database.GetRecordSet(Pragma(DatabaseName, HasGenerated ? "table_xinfo" : "table_info", Name));
+    IRecordSetPtr rs =
+        Database.GetRecordSet(Pragma(DatabaseName, HasGenerated ? "table_xinfo" : "table_info", Name));
     std::vector<TColumn> columns;
     for (int r = 0; r < rs->GetRecordCount(); ++r)
-        columns.push_back({rs->GetValueByName(r, QStringLiteral("name")), rs->GetValueByName(r, QStringLiteral("type")),
+        columns.push_back({rs->GetValueByName(r, QStringLiteral("name")),
+                           rs->GetValueByName(r, QStringLiteral("type")),
                            rs->GetValueByName(r, QStringLiteral("dflt_value")),
                            rs->GetValueByName(r, QStringLiteral("pk")).toInt()});
     return columns;
@@ -78,12 +83,14 @@ void AddFields(const std::vector<TColumn>& Columns, const QString& SQL, TDLTable
 
 // The columns of an index with their collations and orders as the engine
 // keeps them (IndexColumnOptions).
-TDLIndexFieldDefs ReadIndexColumns(TDLSQLiteDatabase& Database, const QString& DatabaseName, const QString& IndexName,
-                                   const QString& IndexSQL, const TDLTableDef& TableDef, bool& HasExpression) {
+TDLIndexFieldDefs ReadIndexColumns(TDLSQLiteDatabase& Database, const QString& DatabaseName,
+                                   const QString& IndexName, const QString& IndexSQL,
+                                   const TDLTableDef& TableDef, bool& HasExpression) {
     TDLIndexFieldDefs fields;
     IRecordSetPtr rs = Database.GetRecordSet(Pragma(DatabaseName, "index_xinfo", IndexName));
     for (int r = 0, place = 0; r < rs->GetRecordCount(); ++r, ++place) {
-        if (rs->GetValueByName(r, QStringLiteral("key")) != u"1") break;  // the rowid or key behind the columns
+        if (rs->GetValueByName(r, QStringLiteral("key")) != u"1")
+            break;  // the rowid or key behind the columns
         const QString name = rs->GetValueByName(r, QStringLiteral("name"));
         HasExpression = HasExpression || name.isEmpty();
         QString own;
@@ -98,8 +105,8 @@ TDLIndexFieldDefs ReadIndexColumns(TDLSQLiteDatabase& Database, const QString& D
     return fields;
 }
 
-void AddIndexes(TDLSQLiteDatabase& Database, const QString& DatabaseName, const QString& Name, const QString& SQL,
-                const std::vector<TColumn>& Columns, TDLTableDef& TableDef) {
+void AddIndexes(TDLSQLiteDatabase& Database, const QString& DatabaseName, const QString& Name,
+                const QString& SQL, const std::vector<TColumn>& Columns, TDLTableDef& TableDef) {
     // The key's columns in key order.
     std::vector<const TColumn*> keyColumns;
     for (const TColumn& c : Columns)
@@ -115,7 +122,8 @@ void AddIndexes(TDLSQLiteDatabase& Database, const QString& DatabaseName, const 
     QString keyIndex;  // empty: the key is the rowid
     IRecordSetPtr list = Database.GetRecordSet(Pragma(DatabaseName, "index_list", Name));
     const bool hasOrigin = list->GetNames().contains(QLatin1String("origin"));
-    const bool integerKey = keyColumns.size() == 1 && SameName(keyColumns[0]->Type, QStringLiteral("INTEGER"));
+    const bool integerKey =
+        keyColumns.size() == 1 && SameName(keyColumns[0]->Type, QStringLiteral("INTEGER"));
     for (int r = 0; r < list->GetRecordCount(); ++r) {
         const QString index = list->GetValueByName(r, QStringLiteral("name"));
         // Engines before 3.8.9 do not tell which index stems from what; the
@@ -147,14 +155,16 @@ void AddIndexes(TDLSQLiteDatabase& Database, const QString& DatabaseName, const 
         }
         TableDef.AddIndex(keyIndex, std::move(fields), ixPrimary | ixUnique, key.ConflictClause);
     }
-    std::stable_sort(indexes.begin(), indexes.end(),
-                     [](const TIndex& a, const TIndex& b) { return a.Name.compare(b.Name, Qt::CaseInsensitive) < 0; });
+    std::stable_sort(indexes.begin(), indexes.end(), [](const TIndex& a, const TIndex& b) {
+        return a.Name.compare(b.Name, Qt::CaseInsensitive) < 0;
+    });
     for (const TIndex& index : indexes) {
         const QString indexSQL = ObjectSQL(Database, DatabaseName, index.Name, "index");
         bool expression = false;
-        TDLIndexFieldDefs fields = ReadIndexColumns(Database, DatabaseName, index.Name, indexSQL, TableDef, expression);
-        TDLIndexDef& def = TableDef.AddIndex(index.Name, std::move(fields), index.Unique ? int(ixUnique) : 0, QString(),
-                                             GetIndexWhereClause(indexSQL));
+        TDLIndexFieldDefs fields =
+            ReadIndexColumns(Database, DatabaseName, index.Name, indexSQL, TableDef, expression);
+        TDLIndexDef& def = TableDef.AddIndex(index.Name, std::move(fields), index.Unique ? int(ixUnique) : 0,
+                                             QString(), GetIndexWhereClause(indexSQL));
         if (expression) def.FUnsupportedClauses.append(QStringLiteral("an expression as a column"));
     }
 }
@@ -163,15 +173,18 @@ void AddIndexes(TDLSQLiteDatabase& Database, const QString& DatabaseName, const 
 // ones that hang on it (a temporary trigger names its table's database, or
 // else hangs on main's).
 template <typename TOwner>
-void AddTriggers(TDLSQLiteDatabase& Database, const QString& DatabaseName, const QString& Name, TOwner& Owner) {
-    const QString select = QStringLiteral("select name, sql from %1 where type = 'trigger' and tbl_name = %2 collate nocase");
+void AddTriggers(TDLSQLiteDatabase& Database, const QString& DatabaseName, const QString& Name,
+                 TOwner& Owner) {
+    const QString select =
+        QStringLiteral("select name, sql from %1 where type = 'trigger' and tbl_name = %2 collate nocase");
     if (!IsTempDatabase(DatabaseName)) {
         IRecordSetPtr rs = Database.GetRecordSet(select.arg(MasterTable(DatabaseName), QuotedStr(Name)));
         for (int r = 0; r < rs->GetRecordCount(); ++r)
             Owner.AddTrigger(rs->GetValue(r, 0), BuildTriggerSQL(GetTriggerRec(rs->GetValue(r, 1)), false));
     }
     const QString ownerDatabase = DatabaseName.isEmpty() ? QStringLiteral("main") : DatabaseName;
-    IRecordSetPtr rs = Database.GetRecordSet(select.arg(MasterTable(QStringLiteral("temp")), QuotedStr(Name)));
+    IRecordSetPtr rs =
+        Database.GetRecordSet(select.arg(MasterTable(QStringLiteral("temp")), QuotedStr(Name)));
     for (int r = 0; r < rs->GetRecordCount(); ++r) {
         const QString sql = rs->GetValue(r, 1);
         QString triggerDatabase = GetTriggerDatabaseName(sql);
@@ -263,8 +276,9 @@ void ReadVirtualTableDef(TDLSQLiteDatabase& Database, const QString& TableName, 
 QString ReadTriggerSQL(TDLSQLiteDatabase& Database, const QString& TriggerName, bool IsTemporary) {
     QString db, name;
     ParseObject(TriggerName, db, name);
-    return BuildTriggerSQL(GetTriggerRec(ObjectSQL(Database, IsTemporary ? QStringLiteral("temp") : db, name, "trigger")),
-                           IsTemporary);
+    return BuildTriggerSQL(
+        GetTriggerRec(ObjectSQL(Database, IsTemporary ? QStringLiteral("temp") : db, name, "trigger")),
+        IsTemporary);
 }
 
 bool IsAutoIndex(const QString& TableName, const QString& IndexName) {
@@ -314,7 +328,8 @@ void AppendStatement(QString& Script, const QString& Name, const QStringList& Un
     const QString text = (Unsupported.isEmpty() ? SQL : StoredSQL).trimmed();
     if (!Unsupported.isEmpty())
         Script += QStringLiteral("-- %1: the definitions cannot carry %2; the stored text follows.\r\n")
-                      .arg(QString(Name).replace(u'\n', u' ').replace(u'\r', u' '), Unsupported.join(QStringLiteral(", ")));
+                      .arg(QString(Name).replace(u'\n', u' ').replace(u'\r', u' '),
+                           Unsupported.join(QStringLiteral(", ")));
     Script += EndStatement(text) + QStringLiteral("\r\n\r\n");
 }
 

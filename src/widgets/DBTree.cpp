@@ -278,7 +278,8 @@ void TDLDBTree::RefreshDatabase(const QString& AliasName) {
     // What the last refresh could not read is told on the node until a
     // refresh reads everything again; the objects are shown all the same.
     const QString& errors = metadata->RefreshErrors();
-    node->setToolTip(0, errors.isEmpty() ? database->FileName() : database->FileName() + QStringLiteral("\n\n") + errors);
+    node->setToolTip(
+        0, errors.isEmpty() ? database->FileName() : database->FileName() + QStringLiteral("\n\n") + errors);
     if (!errors.isEmpty()) node->setIcon(0, FIcons.DatabaseErrors);
     // After the walk: a counter that answers at once changes node texts, and
     // its handlers may change the lists, so each name is looked up again.

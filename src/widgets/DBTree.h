@@ -112,7 +112,8 @@ protected:
 
 private:
     struct TIcons {
-        QIcon Database, DatabaseErrors, Disconnected, Group, Table, View, VirtualTable, ShadowTable, Index, Trigger;
+        QIcon Database, DatabaseErrors, Disconnected, Group, Table, View, VirtualTable, ShadowTable, Index,
+            Trigger;
     };
     struct TRecordCountHook;
 

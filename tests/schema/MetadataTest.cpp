@@ -419,25 +419,28 @@ TEST_F(Metadata, WhatOnlyTheStoredTextTells) {
 // where the text says the same; a key's order only where it has an index.
 TEST_F(Metadata, IndexColumnsAsTheEngineKeepsThem) {
     auto db = Open(QStringLiteral(":memory:"));
-    db->Execute(QStringLiteral(
-        "CREATE TABLE plan (key TEXT COLLATE NOCASE, total INT, row INT);"
-        "CREATE INDEX plan_ix ON plan (key, total COLLATE RTRIM DESC, (row) COLLATE nocase desc, key COLLATE NOCASE);"
-        "CREATE TABLE rowid_key (id INTEGER, PRIMARY KEY (id DESC));"
-        "CREATE TABLE own_key (id INTEGER PRIMARY KEY DESC);"));
+    db->Execute(
+        QStringLiteral("CREATE TABLE plan (key TEXT COLLATE NOCASE, total INT, row INT);"
+                       "CREATE INDEX plan_ix ON plan (key, total COLLATE RTRIM DESC, (row) COLLATE nocase "
+                       "desc, key COLLATE NOCASE);"
+                       "CREATE TABLE rowid_key (id INTEGER, PRIMARY KEY (id DESC));"
+                       "CREATE TABLE own_key (id INTEGER PRIMARY KEY DESC);"));
     TDLSQLiteMetadata md(db.get());
     md.Refresh();
-    const auto& ix = static_cast<const TSQLiteIndexInfo&>(*md.FindTable(QStringLiteral("plan"))->FindIndex(
-        QStringLiteral("plan_ix")));
+    const auto& ix = static_cast<const TSQLiteIndexInfo&>(
+        *md.FindTable(QStringLiteral("plan"))->FindIndex(QStringLiteral("plan_ix")));
     QStringList columns;
     for (int i = 0; i < ix.IndexFieldCount(); ++i)
         columns << ix.Field(i).FFieldName + u'/' + ix.Field(i).FCollate + u'/' + ix.Field(i).FSortOrder;
     EXPECT_EQ(columns.join(u' ').toStdString(), "key// total/RTRIM/DESC row/nocase/desc key/NOCASE/");
 
-    const auto* rowid = static_cast<const TSQLiteIndexInfo*>(md.FindTable(QStringLiteral("rowid_key"))->PrimaryKey());
+    const auto* rowid =
+        static_cast<const TSQLiteIndexInfo*>(md.FindTable(QStringLiteral("rowid_key"))->PrimaryKey());
     ASSERT_TRUE(rowid);
     EXPECT_TRUE(rowid->FIndexName.isEmpty());
     EXPECT_TRUE(rowid->Field(0).FSortOrder.isEmpty());
-    const auto* own = static_cast<const TSQLiteIndexInfo*>(md.FindTable(QStringLiteral("own_key"))->PrimaryKey());
+    const auto* own =
+        static_cast<const TSQLiteIndexInfo*>(md.FindTable(QStringLiteral("own_key"))->PrimaryKey());
     ASSERT_TRUE(own);
     EXPECT_FALSE(own->FIndexName.isEmpty());
     EXPECT_EQ(own->Field(0).FSortOrder, QStringLiteral("DESC"));
@@ -538,7 +541,8 @@ TEST_F(Metadata, OneUnreadableObjectDoesNotStopTheRest) {
                            "'CREATE VIRTUAL TABLE ghost USING nosuchmodule (x)')"));
     }
     auto db = Open(dir.file(QStringLiteral("rich.db")));
-    db->Execute(QStringLiteral("create table gone (b); create view over_gone as select b from gone; drop table gone"));
+    db->Execute(QStringLiteral(
+        "create table gone (b); create view over_gone as select b from gone; drop table gone"));
     TDLSQLiteMetadata md(db.get());
     // What failed is told, and kept with the metadata; the refresh itself
     // goes through.
@@ -549,7 +553,8 @@ TEST_F(Metadata, OneUnreadableObjectDoesNotStopTheRest) {
                        "Error refreshing schema for table \"main.ghost\": ")))
         << errors.toStdString();
     EXPECT_TRUE(errors.contains(QStringLiteral("nosuchmodule")));
-    EXPECT_TRUE(errors.contains(QStringLiteral("Error refreshing schema for view \"main.over_gone\": no such table")))
+    EXPECT_TRUE(
+        errors.contains(QStringLiteral("Error refreshing schema for view \"main.over_gone\": no such table")))
         << errors.toStdString();
     EXPECT_EQ(md.FindTable(QStringLiteral("parent"))->FieldCount(), 3);
     EXPECT_EQ(md.FindView(QStringLiteral("v_child"))->FieldCount(), 3);
@@ -559,8 +564,9 @@ TEST_F(Metadata, OneUnreadableObjectDoesNotStopTheRest) {
     EXPECT_FALSE(md.FindTable(QStringLiteral("ghost"))->FRecordCount);
 
     // Mended, the next refresh forgets the errors.
-    db->Execute(QStringLiteral("drop view over_gone; pragma writable_schema = on; "
-                               "delete from sqlite_master where name = 'ghost'"));
+    db->Execute(
+        QStringLiteral("drop view over_gone; pragma writable_schema = on; "
+                       "delete from sqlite_master where name = 'ghost'"));
     db->SetConnected(false);
     db->SetConnected(true);
     md.Refresh();

@@ -257,11 +257,15 @@ TEST_F(ObjectDefsTest, SeveralStatementsRunAsOneScript) {
     TDLIndexFieldDefs column;
     column.AddField(QStringLiteral("a"));
     t.AddIndex(QStringLiteral("ta"), std::move(column), 0);
-    t.AddTrigger(QStringLiteral("t1"), QStringLiteral("CREATE TRIGGER t1 AFTER INSERT ON t BEGIN SELECT 1; END"));
-    t.AddTrigger(QStringLiteral("t2"), QStringLiteral("CREATE TRIGGER t2 AFTER DELETE ON t BEGIN SELECT 2; END -- c"));
+    t.AddTrigger(QStringLiteral("t1"),
+                 QStringLiteral("CREATE TRIGGER t1 AFTER INSERT ON t BEGIN SELECT 1; END"));
+    t.AddTrigger(QStringLiteral("t2"),
+                 QStringLiteral("CREATE TRIGGER t2 AFTER DELETE ON t BEGIN SELECT 2; END -- c"));
     TDLViewDef v(QStringLiteral("v"), QStringLiteral("select a from t -- every row"));
-    v.AddTrigger(QStringLiteral("v1"), QStringLiteral("CREATE TRIGGER v1 INSTEAD OF DELETE ON v BEGIN SELECT 3; END"));
-    v.AddTrigger(QStringLiteral("v2"), QStringLiteral("CREATE TRIGGER v2 INSTEAD OF INSERT ON v BEGIN SELECT 4; END;"));
+    v.AddTrigger(QStringLiteral("v1"),
+                 QStringLiteral("CREATE TRIGGER v1 INSTEAD OF DELETE ON v BEGIN SELECT 3; END"));
+    v.AddTrigger(QStringLiteral("v2"),
+                 QStringLiteral("CREATE TRIGGER v2 INSTEAD OF INSERT ON v BEGIN SELECT 4; END;"));
     ASSERT_NO_THROW(db.Execute(t.GetCreateSQL(true, true, true) + v.GetCreateSQL(true, true)));
     QStringList names;
     db.GetValues(QStringLiteral("select name from sqlite_master order by name"), names);

@@ -88,12 +88,15 @@ TEST_F(RoundTrip, TableWithIndexesAndTriggersIsCreatedWholeOrNotAtAll) {
     auto copy = NewDatabase(QStringLiteral("whole-b.db"));
     copy->Execute(QStringLiteral("CREATE TABLE log (m TEXT)"));
     ASSERT_NO_THROW(CreateTable(*copy, def, true, true, true));
-    EXPECT_EQ(ReportDifferences(CatalogueReport(*original), CatalogueReport(*copy)).join(u'\n').toStdString(), "");
+    EXPECT_EQ(ReportDifferences(CatalogueReport(*original), CatalogueReport(*copy)).join(u'\n').toStdString(),
+              "");
 
     // The last statement fails: nothing of the text stays.
-    def.AddTrigger(QStringLiteral("bad"), QStringLiteral("CREATE TRIGGER bad AFTER INSERT ON nosuch BEGIN SELECT 1; END"));
+    def.AddTrigger(QStringLiteral("bad"),
+                   QStringLiteral("CREATE TRIGGER bad AFTER INSERT ON nosuch BEGIN SELECT 1; END"));
     auto failed = NewDatabase(QStringLiteral("whole-c.db"));
     EXPECT_THROW(CreateTable(*failed, def, true, true, true), ECustomException);
-    EXPECT_EQ(failed->GetStringValue(QStringLiteral("select count(*) from sqlite_master")), QStringLiteral("0"));
+    EXPECT_EQ(failed->GetStringValue(QStringLiteral("select count(*) from sqlite_master")),
+              QStringLiteral("0"));
     EXPECT_FALSE(failed->GetInTransaction());
 }

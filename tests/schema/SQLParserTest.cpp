@@ -240,19 +240,28 @@ protected:
 // labeller knows, must agree: as a column at all, read back as that column
 // in an expression, and as an alias without AS.
 TEST_F(ParserDatabaseTest, KeywordsStandAsNamesWhereTheEngineTakesThem) {
-    const QStringList words = S(
-        "ABORT ACTION ADD AFTER ALL ALTER ALWAYS ANALYZE AND AS ASC ATTACH AUTOINCREMENT BEFORE BEGIN BETWEEN BY "
-        "CASCADE CASE CAST CHECK COLLATE COLUMN COMMIT CONFLICT CONSTRAINT CREATE CROSS CURRENT CURRENT_DATE "
-        "CURRENT_TIME CURRENT_TIMESTAMP DATABASE DEFAULT DEFERRABLE DEFERRED DELETE DESC DETACH DISTINCT DO DROP "
-        "EACH ELSE END ESCAPE EXCEPT EXCLUDE EXCLUSIVE EXISTS EXPLAIN FAIL FILTER FIRST FOLLOWING FOR FOREIGN FROM "
-        "FULL GENERATED GLOB GROUP GROUPS HAVING IF IGNORE IMMEDIATE IN INDEX INDEXED INITIALLY INNER INSERT "
-        "INSTEAD INTERSECT INTO IS ISNULL JOIN KEY LAST LEFT LIKE LIMIT MATCH MATERIALIZED NATURAL NO NOT NOTHING "
-        "NOTNULL NULL NULLS OF OFFSET ON OR ORDER OTHERS OUTER OVER PARTITION PLAN PRAGMA PRECEDING PRIMARY QUERY "
-        "RAISE RANGE RECURSIVE REFERENCES REGEXP REINDEX RELEASE RENAME REPLACE RESTRICT RETURNING RIGHT ROLLBACK "
-        "ROW ROWS SAVEPOINT SELECT SET TABLE TEMP TEMPORARY THEN TIES TO TRANSACTION TRIGGER UNBOUNDED UNION "
-        "UNIQUE UPDATE USING VACUUM VALUES VIEW VIRTUAL WHEN WHERE WINDOW WITH WITHOUT "
-        "AVG COUNT MAX MIN SUM TOTAL LOAD_EXTENSION ASCENDING DESCENDING")
-                                .split(u' ');
+    const QStringList words =
+        S("ABORT ACTION ADD AFTER ALL ALTER ALWAYS ANALYZE AND AS ASC ATTACH AUTOINCREMENT BEFORE BEGIN "
+          "BETWEEN BY "
+          "CASCADE CASE CAST CHECK COLLATE COLUMN COMMIT CONFLICT CONSTRAINT CREATE CROSS CURRENT "
+          "CURRENT_DATE "
+          "CURRENT_TIME CURRENT_TIMESTAMP DATABASE DEFAULT DEFERRABLE DEFERRED DELETE DESC DETACH DISTINCT "
+          "DO DROP "
+          "EACH ELSE END ESCAPE EXCEPT EXCLUDE EXCLUSIVE EXISTS EXPLAIN FAIL FILTER FIRST FOLLOWING FOR "
+          "FOREIGN FROM "
+          "FULL GENERATED GLOB GROUP GROUPS HAVING IF IGNORE IMMEDIATE IN INDEX INDEXED INITIALLY INNER "
+          "INSERT "
+          "INSTEAD INTERSECT INTO IS ISNULL JOIN KEY LAST LEFT LIKE LIMIT MATCH MATERIALIZED NATURAL NO NOT "
+          "NOTHING "
+          "NOTNULL NULL NULLS OF OFFSET ON OR ORDER OTHERS OUTER OVER PARTITION PLAN PRAGMA PRECEDING "
+          "PRIMARY QUERY "
+          "RAISE RANGE RECURSIVE REFERENCES REGEXP REINDEX RELEASE RENAME REPLACE RESTRICT RETURNING RIGHT "
+          "ROLLBACK "
+          "ROW ROWS SAVEPOINT SELECT SET TABLE TEMP TEMPORARY THEN TIES TO TRANSACTION TRIGGER UNBOUNDED "
+          "UNION "
+          "UNIQUE UPDATE USING VACUUM VALUES VIEW VIRTUAL WHEN WHERE WINDOW WITH WITHOUT "
+          "AVG COUNT MAX MIN SUM TOTAL LOAD_EXTENSION ASCENDING DESCENDING")
+            .split(u' ');
     auto runs = [this](const QString& sql) {
         try {
             db->Execute(sql);
@@ -270,12 +279,13 @@ TEST_F(ParserDatabaseTest, KeywordsStandAsNamesWhereTheEngineTakesThem) {
         if (!row) continue;  // an unknown word to the labeller: a name anyway
         ++checked;
         const QString table = QStringLiteral("k%1").arg(checked);
-        const bool column = runs(QStringLiteral("create table %1(%2 int); insert into %1 values (1)").arg(table, word));
+        const bool column =
+            runs(QStringLiteral("create table %1(%2 int); insert into %1 values (1)").arg(table, word));
         const bool expression =
             column && runs(QStringLiteral("select typeof(%2) from %1").arg(table, word)) &&
             db->GetStringValue(QStringLiteral("select typeof(%2) from %1").arg(table, word)) == u"integer";
         const bool alias = runs(QStringLiteral("select 1 %1").arg(word));
-        const TKeywordAsName engine = !column        ? kaReserved
+        const TKeywordAsName engine = !column       ? kaReserved
                                       : !expression ? kaNotInExpression
                                       : !alias      ? kaNotAlias
                                                     : kaName;

@@ -3,8 +3,8 @@
 #include "SQLCases.h"
 
 #include "ExerciseParser.h"
-#include "schema/DLSQLiteParser.h"
 #include "engine/SQLScanner.h"
+#include "schema/DLSQLiteParser.h"
 
 #include <gtest/gtest.h>
 #include <QElapsedTimer>

@@ -43,9 +43,10 @@ QStringList ClauseWords(QString sql) {
 // dropped, names unquoted and every word upper case (the engine compares
 // names so); the body verbatim from its BEGIN.
 QStringList TriggerHeadAndBody(const QString& sql) {
-    static const QRegularExpression token(QStringLiteral(
-        "'(?:[^']|'')*'|\"(?:[^\"]|\"\")*\"|`(?:[^`]|``)*`|\\[[^\\]]*\\]|--[^\n]*|/\\*.*?(?:\\*/|$)|"
-        "[A-Za-z_\\x{80}-\\x{10FFFF}][A-Za-z0-9_$\\x{80}-\\x{10FFFF}]*|[0-9][0-9.]*|[<>=!|]+|\\S"),
+    static const QRegularExpression token(
+        QStringLiteral(
+            "'(?:[^']|'')*'|\"(?:[^\"]|\"\")*\"|`(?:[^`]|``)*`|\\[[^\\]]*\\]|--[^\n]*|/\\*.*?(?:\\*/|$)|"
+            "[A-Za-z_\\x{80}-\\x{10FFFF}][A-Za-z0-9_$\\x{80}-\\x{10FFFF}]*|[0-9][0-9.]*|[<>=!|]+|\\S"),
         QRegularExpression::DotMatchesEverythingOption);
     struct TToken {
         QString Text;
@@ -67,14 +68,15 @@ QStringList TriggerHeadAndBody(const QString& sql) {
     }
     // The body's BEGIN opens a statement; a column or table named begin
     // stands behind OF, a comma, ON or a dot.
-    static const QStringList statements{QStringLiteral("SELECT"), QStringLiteral("INSERT"), QStringLiteral("UPDATE"),
-                                        QStringLiteral("DELETE"), QStringLiteral("REPLACE"), QStringLiteral("WITH"),
+    static const QStringList statements{QStringLiteral("SELECT"),  QStringLiteral("INSERT"),
+                                        QStringLiteral("UPDATE"),  QStringLiteral("DELETE"),
+                                        QStringLiteral("REPLACE"), QStringLiteral("WITH"),
                                         QStringLiteral("VALUES")};
     size_t begin = tokens.size();
     for (size_t i = 3; i + 1 < tokens.size() && begin == tokens.size(); ++i) {
         const QString& before = tokens[i - 1].Text;
-        if (tokens[i].Text == u"BEGIN" && before != u"OF" && before != u"," && before != u"ON" && before != u"." &&
-            statements.contains(tokens[i + 1].Text))
+        if (tokens[i].Text == u"BEGIN" && before != u"OF" && before != u"," && before != u"ON" &&
+            before != u"." && statements.contains(tokens[i + 1].Text))
             begin = i;
     }
     QStringList head;

@@ -211,9 +211,10 @@ TEST_F(DBTreeTest, RefreshKeepsTheNodesOfObjectsStillThere) {
 // the broken one too (so that it can be dropped), and the database's node
 // tells what failed until a refresh reads everything again.
 TEST_F(DBTreeTest, AnObjectThatCannotBeReadHidesNothingAndTheNodeTellsWhy) {
-    TDLSQLiteDatabase& x = Open(u"x"_s,
-                                u"create table good(a); create table gone(b); create view bad as select b from gone;"
-                                "create view fine as select a from good"_s);
+    TDLSQLiteDatabase& x =
+        Open(u"x"_s,
+             u"create table good(a); create table gone(b); create view bad as select b from gone;"
+             "create view fine as select a from good"_s);
     QTreeWidgetItem* db = Node(u"x"_s);
     const qint64 healthy = db->icon(0).cacheKey();
     EXPECT_FALSE(db->toolTip(0).contains(u"error"_s, Qt::CaseInsensitive));
@@ -225,7 +226,8 @@ TEST_F(DBTreeTest, AnObjectThatCannotBeReadHidesNothingAndTheNodeTellsWhy) {
         << db->toolTip(0).toStdString();
     EXPECT_TRUE(db->toolTip(0).contains(u"no such table"_s)) << db->toolTip(0).toStdString();
     EXPECT_NE(db->icon(0).cacheKey(), healthy);
-    EXPECT_EQ(tree->NodeObject(Child(db, u"bad"_s)), list.FindMetadataByAliasName(u"x"_s)->FindView(u"bad"_s));
+    EXPECT_EQ(tree->NodeObject(Child(db, u"bad"_s)),
+              list.FindMetadataByAliasName(u"x"_s)->FindView(u"bad"_s));
 
     // A database opened in this state shows the same.
     TDLDBTree late(list);
