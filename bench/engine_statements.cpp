@@ -4,6 +4,7 @@
 // connection.
 #include "engine/DLSQLite3API.h"
 #include "engine/DLSQLiteDatabase.h"
+#include "schema/DLSQLiteParser.h"
 
 #include <QElapsedTimer>
 #include <QTemporaryDir>
@@ -41,6 +42,8 @@ double runOurs(TDLSQLiteDatabase& db, const QStringList& statements) {
 
 int main() {
     if (!SQLite3Driver->sqlite3drv_load_library(SQLITE_INTERNAL_LIB)) return 1;
+    // The database object asks the parser what each statement is, as in the program.
+    InstallSQLParserServices();
     QTemporaryDir dir;
     const int rows = 200000;
     QStringList statements;

@@ -277,6 +277,7 @@ void cmdTree(const Options& o, QTextStream& out) {
     } catch (const ECustomException& e) {
         failure = e.message();
     }
+    if (failure.isEmpty()) failure = md.RefreshErrors();  // objects read only in part
     for (int i = 0; i < md.TableCount(); ++i) md.UpdateRecordCount(md.Tables(i));
 
     QStringList databases;

@@ -1,10 +1,10 @@
 // What the database object needs to know about SQL text: splitting a script
 // into statements, the kind of a statement, and a few names read from it.
 //
-// The full parser lives in the schema layer, above this one; it installs its
-// answers with SetSQLTextServices. Until it does (and in tools that link the
-// engine alone), a small lexical reader of this file answers, good enough for
-// well-formed statements.
+// Splitting is lexical and answered here by the scanner (SQLScanner.h). The
+// other questions need the parser, which lives in the schema layer above this
+// one and installs its answers with SetSQLTextServices; asking one of them
+// before that is a programming error and stops the program.
 #pragma once
 
 #include <QString>
@@ -59,9 +59,8 @@ static_assert(SQL_TOKEN_TYPE_COUNT == 210);
 struct TTableInfoRec;
 struct TFieldInfoRec;
 
-// The services; any member left empty falls back to the lexical reader.
+// The parser's answers.
 struct TSQLTextServices {
-    std::function<void(const QString& Value, QStringList& List, bool StripSemicolon)> ParseSQL;
     std::function<TSQLTokenType(const QString& SQL)> GetSQLCommand;
     std::function<QString(const QString& SQL)> GetSavepointName;
     std::function<QString(const QString& SQL)> GetDatabaseNameFromSQL;
@@ -101,25 +100,21 @@ QString GetVirtualTableModule(const QString& SQL);
 bool IsWithoutRowid(const QString& SQL);
 // CREATE TRIGGER: the database part of the trigger's table, empty when none.
 QString GetTriggerDatabaseName(const QString& SQL);
-// A query's first table in FROM, and the number of tables there; without
-// the parser, nothing and 0.
+// A query's first table in FROM, and the number of tables there.
 QString GetTableNameFromSQL(const QString& SQL);
 int GetTableCountFromSQL(const QString& SQL);
-// A query of plain names that can be edited in place; without the parser,
-// never.
+// A query of plain names that can be edited in place.
 bool IsSimpleSelect(const QString& SQL);
 bool HasOrderBy(const QString& SQL);
 // A filter in the engine's terms; empty when it names an excluded field.
-// Without the parser the text as it is.
 QString FixFilterExpression(const QString& SQL, const QStringList& ExcludedFieldNames);
-// The tables of a query's FROM clause and the columns of its select list;
-// without the parser, none.
+// The tables of a query's FROM clause and the columns of its select list.
 void GetQueryInfo(const QString& SQL, std::vector<TTableInfoRec>& Tables, std::vector<TFieldInfoRec>& Fields);
-// The text up to the end of the select list; without the parser, empty.
+// The text up to the end of the select list.
 QString GetSelectClause(const QString& SQL);
-// Two SELECTs or more in the text; without the parser, true.
+// Two SELECTs or more in the text.
 bool HasSubquery(const QString& SQL);
-// UNION, INTERSECT, EXCEPT or GROUP BY anywhere; without the parser, true.
+// UNION, INTERSECT, EXCEPT or GROUP BY anywhere.
 bool HasSetOperationOrGrouping(const QString& SQL);
 
 }  // namespace brindle

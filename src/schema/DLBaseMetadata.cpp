@@ -229,9 +229,16 @@ TBaseMetadata::TBaseMetadata() = default;
 TBaseMetadata::~TBaseMetadata() = default;
 
 void TBaseMetadata::Refresh() {
+    FRefreshErrors.clear();
     try {
         RefreshSchema();
-    } catch (const ECustomException&) {
+    } catch (const EObjectsRefreshError& e) {
+        // One broken object (a view over a dropped table) must not hide the
+        // database: the rest is there, and so is the broken one, to be
+        // mended or dropped.
+        FRefreshErrors = e.message();
+    } catch (const ECustomException& e) {
+        FRefreshErrors = e.message();
         // What could be read is there; its links must hold all the same.
         RefreshReferences();
         throw;
@@ -241,20 +248,25 @@ void TBaseMetadata::Refresh() {
 
 void TBaseMetadata::RefreshSchema() {
     QStringList errors;
-    try {
-        RefreshTables();
-    } catch (const ECustomException& e) {
-        errors << e.message();
-    }
-    try {
-        RefreshViews();
-    } catch (const ECustomException& e) {
-        errors << e.message();
-    }
-    if (!errors.isEmpty())
-        throw ECustomException(
-            QStringLiteral("The following errors were encountered while refreshing schema: \r\n\r\n") +
-            errors.join(QStringLiteral("\r\n")));
+    bool listed = true;  // only objects failed, not the lists
+    auto attempt = [&](auto&& Refresh) {
+        try {
+            Refresh();
+        } catch (const EObjectsRefreshError& e) {
+            errors << e.message();
+        } catch (const ECustomException& e) {
+            errors << e.message();
+            listed = false;
+        }
+    };
+    attempt([this] { RefreshTables(); });
+    attempt([this] { RefreshViews(); });
+    if (errors.isEmpty()) return;
+    const QString message =
+        QStringLiteral("The following errors were encountered while refreshing schema: \r\n\r\n") +
+        errors.join(QStringLiteral("\r\n"));
+    if (listed) throw EObjectsRefreshError(message);
+    throw ECustomException(message);
 }
 
 void TBaseMetadata::RefreshReferences() {

@@ -17,6 +17,8 @@
 // Threading: main thread only.
 #pragma once
 
+#include "engine/Exceptions.h"
+
 #include <QString>
 #include <QStringList>
 #include <functional>
@@ -26,6 +28,13 @@
 #include <vector>
 
 namespace brindle {
+
+// The failure of objects that a refresh listed but could not read whole;
+// the others were read.
+class EObjectsRefreshError : public ECustomException {
+public:
+    using ECustomException::ECustomException;
+};
 
 class TBaseMetadata;
 class TBaseTableInfo;
@@ -285,11 +294,19 @@ public:
     virtual void Connect() {}
     virtual void Disconnect() {}
 
-    // RefreshSchema, then RefreshReferences.
+    // RefreshSchema, then RefreshReferences. Objects that could not be read
+    // whole do not stop it: they keep their place with what could be read,
+    // as every other object does, and RefreshErrors tells what failed. Only
+    // a failure to list the objects at all is raised (and kept there too).
     void Refresh();
+    // The message of the last Refresh's failures, "The following errors
+    // were encountered while refreshing schema: " and each one's; empty when
+    // it read everything.
+    const QString& RefreshErrors() const { return FRefreshErrors; }
     // RefreshTables, then RefreshViews, each allowed to fail on its own;
     // then raises "The following errors were encountered while refreshing
-    // schema: " with their messages, when there were any.
+    // schema: " with their messages, when there were any: as an
+    // EObjectsRefreshError when every object was listed.
     virtual void RefreshSchema();
     virtual void RefreshReferences();
     virtual void RefreshTables() = 0;
@@ -373,6 +390,7 @@ private:
                               const QString& Name) const;
 
     bool FRefreshingList = false;
+    QString FRefreshErrors;
     mutable bool FIndexValid = false;
     mutable std::unordered_map<QString, TMetadataBaseItem*> FTableIndex, FViewIndex;
     mutable QStringList FDatabaseOrder;  // databases in the order unqualified names resolve

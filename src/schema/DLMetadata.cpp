@@ -92,7 +92,7 @@ void TDLMetadata::RefreshTables() {
     }
     ForgetItems(Pointers(gone));
     for (const auto& t : FTables) t->GetReferences();
-    if (!errors.isEmpty()) throw ECustomException(errors.join(QStringLiteral("\r\n")));
+    if (!errors.isEmpty()) throw EObjectsRefreshError(errors.join(QStringLiteral("\r\n")));
 }
 
 void TDLMetadata::RefreshViews() {
@@ -107,7 +107,7 @@ void TDLMetadata::RefreshViews() {
     }
     ForgetItems(Pointers(gone));
     for (const auto& v : FViews) v->GetReferences();
-    if (!errors.isEmpty()) throw ECustomException(errors.join(QStringLiteral("\r\n")));
+    if (!errors.isEmpty()) throw EObjectsRefreshError(errors.join(QStringLiteral("\r\n")));
 }
 
 void TDLMetadata::SetRecordCounter(TRecordCounter Counter) {

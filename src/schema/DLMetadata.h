@@ -44,7 +44,8 @@ public:
     // the catalogue is refreshed in place, one that is gone, or whose name
     // now differs in case, is deleted, and a new name gets a new item. The
     // list ends in the catalogue's order. One item's failure does not stop
-    // the others; the messages are raised together at the end.
+    // the others, and the item stays with what could be read; the messages
+    // are raised together at the end, as an EObjectsRefreshError.
     void RefreshTables() override;
     void RefreshViews() override;
 

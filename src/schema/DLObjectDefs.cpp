@@ -2,6 +2,7 @@
 
 #include "engine/Assert.h"
 #include "engine/DLQuoteTools.h"
+#include "engine/SQLScanner.h"
 
 namespace brindle {
 
@@ -11,10 +12,24 @@ const QString kLineBreak = QStringLiteral("\r\n");
 // What stands between two lines of a CREATE TABLE body.
 const QString kNextLine = QStringLiteral(", \r\n  ");
 
+// One string literal and nothing else: the quote that closes the first
+// literal is the last character ("'a' || 'b'" begins and ends with a quote
+// too).
 bool IsStringLiteral(const QString& value) {
     if (value.size() < 2) return false;
-    const QChar first = value.front();
-    return (first == u'\'' || first == u'"' || first == u'`') && value.back() == first;
+    const QChar quote = value.front();
+    if (quote != u'\'' && quote != u'"' && quote != u'`') return false;
+    qsizetype i = 1;
+    while (i < value.size()) {
+        if (value[i] != quote) {
+            ++i;
+        } else if (i + 1 < value.size() && value[i + 1] == quote) {
+            i += 2;  // a doubled quote stands for itself
+        } else {
+            return i == value.size() - 1;
+        }
+    }
+    return false;
 }
 
 bool IsComplexExpression(const QString& value) {
@@ -24,9 +39,19 @@ bool IsComplexExpression(const QString& value) {
     return false;
 }
 
+// Quoted holds exactly Name between quotes the engine reads as a name's.
+bool QuotesName(const QString& Quoted, const QString& Name) {
+    if (Quoted.size() < 2) return false;
+    const QChar open = Quoted.front(), close = Quoted.back();
+    const QString inner = Quoted.mid(1, Quoted.size() - 2);
+    if (open == u'[') return close == u']' && !inner.contains(u']') && inner == Name;
+    if ((open != u'"' && open != u'`') || close != open) return false;
+    return inner == QString(Name).replace(open, QString(2, open));
+}
+
 QString QuotedList(const QStringList& names) {
     QStringList quoted;
-    for (const QString& n : names) quoted.append(QuoteIdentifier(n));
+    for (const QString& n : names) quoted.append(QuoteName(n));
     return quoted.join(QStringLiteral(", "));
 }
 
@@ -36,7 +61,7 @@ QString ConflictText(const QString& clause) {
 
 // "CONSTRAINT [name] " when the trimmed name is not empty.
 QString ConstraintPrefix(const QString& name) {
-    return name.trimmed().isEmpty() ? QString() : QStringLiteral("CONSTRAINT %1 ").arg(QuoteIdentifier(name));
+    return name.trimmed().isEmpty() ? QString() : QStringLiteral("CONSTRAINT %1 ").arg(QuoteName(name));
 }
 
 }  // namespace
@@ -48,6 +73,19 @@ QString DefaultToSQL(const QString& Value) {
 
 QString MakeColumnList(const QStringList& Fields) {
     return u'(' + QuotedList(Fields) + u')';
+}
+
+QString QuoteName(const QString& Name) {
+    const QString quoted = QuoteIdentifier(Name);
+    if (!IsQuotedIdentifier(Name) && QuotesName(quoted, Name)) return quoted;
+    return u'"' + QString(Name).replace(u'"', QStringLiteral("\"\"")) + u'"';
+}
+
+QString QuoteQualifiedName(const QString& QualifiedName) {
+    QString databaseName, objectName;
+    ParseObject(QualifiedName, databaseName, objectName);
+    if (databaseName.isEmpty()) return QuoteName(objectName);
+    return QuoteName(databaseName) + u'.' + QuoteName(objectName);
 }
 
 TDLFieldDef::TDLFieldDef(const QString& FieldName, const QString& DeclaredType, const QString& DefaultValue,
@@ -102,9 +140,9 @@ TDLCheckConstraintDef::TDLCheckConstraintDef(const QString& ConstraintName, cons
 
 QString TDLForeignKeyDef::GetClause() const {
     QString result;
-    if (!FConstraintName.isEmpty()) result = QStringLiteral("CONSTRAINT ") + QuoteIdentifier(FConstraintName);
+    if (!FConstraintName.isEmpty()) result = QStringLiteral("CONSTRAINT ") + QuoteName(FConstraintName);
     if (!IsColumnConstraint()) result += QStringLiteral(" FOREIGN KEY(") + QuotedList(FChildKey) + u')';
-    result += QStringLiteral(" REFERENCES ") + QuoteIdentifier(FParentTableName);
+    result += QStringLiteral(" REFERENCES ") + QuoteName(FParentTableName);
     if (!FParentKey.isEmpty()) result += u'(' + QuotedList(FParentKey) + u')';
     if (!FOnDeleteAction.isEmpty()) result += QStringLiteral(" ON DELETE ") + FOnDeleteAction;
     if (!FOnUpdateAction.isEmpty()) result += QStringLiteral(" ON UPDATE ") + FOnUpdateAction;
@@ -123,8 +161,9 @@ TDLTriggerDef& TDLTriggerDefs::Add(std::unique_ptr<TDLTriggerDef> Trigger) {
 }
 
 QString TDLTriggerDefs::GetSQL() const {
+    // Each ended, so that the text runs as a script whatever follows.
     QString result;
-    for (const auto& t : FItems) result += kLineBreak + t->FSQL;
+    for (const auto& t : FItems) result += kLineBreak + EndStatement(t->FSQL);
     return result;
 }
 
@@ -145,14 +184,16 @@ QString TDLViewDef::GetCreateSQL(bool IncludeStructure, bool IncludeTriggers) co
     if (IncludeStructure) {
         const QString head = FIsTemporary ? QStringLiteral("CREATE TEMPORARY VIEW %1 AS %2%3")
                                           : QStringLiteral("CREATE VIEW %1 AS %2%3");
-        result = head.arg(QuoteObject(FViewName), kLineBreak, FAsClause);
+        result = head.arg(QuoteQualifiedName(FViewName), kLineBreak, FAsClause);
+        // Alone the view's text has no ";"; triggers behind it need one.
+        if (IncludeTriggers && FTriggers.Count() > 0) result = EndStatement(result);
     }
     if (IncludeTriggers) result += FTriggers.GetSQL();
     return result;
 }
 
 QString TDLVirtualTableDef::GetCreateSQL() const {
-    QString result = QStringLiteral("CREATE VIRTUAL TABLE ") + QuoteObject(FTableName) +
+    QString result = QStringLiteral("CREATE VIRTUAL TABLE ") + QuoteQualifiedName(FTableName) +
                      QStringLiteral(" USING ") + FModuleName;
     if (!FModuleArguments.trimmed().isEmpty())
         result += QStringLiteral(" (") + kLineBreak + FModuleArguments + u')';
@@ -240,7 +281,7 @@ QString TDLTableDef::GetSQLFieldNames(const TDLIndexDef& DLIndexDef) {
     QStringList columns;
     for (int i = 0; i < DLIndexDef.FIndexFields.Count(); ++i) {
         const TDLIndexFieldDef& f = DLIndexDef.FIndexFields.Items(i);
-        QString column = QuoteIdentifier(f.FFieldName);
+        QString column = QuoteName(f.FFieldName);
         if (!f.FCollate.isEmpty()) column += QStringLiteral(" COLLATE ") + f.FCollate;
         if (!f.FSortOrder.isEmpty()) column += u' ' + f.FSortOrder;
         columns.append(column);
@@ -267,18 +308,22 @@ QString TDLTableDef::GetIndexSQL(const TDLIndexDef& DLIndexDef) const {
     else
         sql = QStringLiteral("CREATE INDEX %1 ON %2 (%3)%4;");
     // The index name carries the database; the engine wants the table bare.
-    return sql.arg(QuoteObject(databaseName, DLIndexDef.FIndexName), QuoteIdentifier(tableName),
-                   GetSQLFieldNames(DLIndexDef),
+    return sql.arg(databaseName.isEmpty() ? QuoteName(DLIndexDef.FIndexName)
+                                          : QuoteName(databaseName) + u'.' + QuoteName(DLIndexDef.FIndexName),
+                   QuoteName(tableName), GetSQLFieldNames(DLIndexDef),
                    where.isEmpty() ? QString() : QStringLiteral(" WHERE ") + where);
 }
 
 QString TDLTableDef::GetCreateSQL(bool IncludeStructure, bool IncludeIndexes, bool IncludeTriggers) const {
     // The primary key: on its column's line for a lone INTEGER column that
     // is autoincrement or has no collation anywhere, a named table
-    // constraint otherwise. The inline form drops the key column's sort
-    // order and collation on purpose.
+    // constraint otherwise. The inline form drops the key column's
+    // collation on purpose, and its sort order but DESC: the engine makes
+    // such a column the rowid in every form but "PRIMARY KEY DESC" on its
+    // line, so a descending one is written there whatever else it has.
     const TDLFieldDef* keyField = nullptr;
     bool keyAutoincrement = false;
+    bool keyDescending = false;
     QString keyConflictClause;
     if (IncludeIndexes) {
         for (const auto& ix : FIndexes) {
@@ -289,10 +334,15 @@ QString TDLTableDef::GetCreateSQL(bool IncludeStructure, bool IncludeIndexes, bo
                     if (f->FFieldName != column.FFieldName) continue;
                     const bool isInteger =
                         f->FDeclaredType.compare(QLatin1String("INTEGER"), Qt::CaseInsensitive) == 0;
-                    if (isInteger &&
-                        (column.FAutoincrement || (f->FCollate.isEmpty() && column.FCollate.isEmpty()))) {
+                    // AUTOINCREMENT is the rowid's alone.
+                    const bool descending =
+                        !column.FAutoincrement &&
+                        column.FSortOrder.trimmed().compare(QLatin1String("DESC"), Qt::CaseInsensitive) == 0;
+                    if (isInteger && (descending || column.FAutoincrement ||
+                                      (f->FCollate.isEmpty() && column.FCollate.isEmpty()))) {
                         keyField = f.get();
                         keyAutoincrement = column.FAutoincrement;
+                        keyDescending = descending;
                     }
                     break;
                 }
@@ -307,17 +357,19 @@ QString TDLTableDef::GetCreateSQL(bool IncludeStructure, bool IncludeIndexes, bo
         QString body;
         for (size_t i = 0; i < FFields.size(); ++i) {
             const TDLFieldDef& f = *FFields[i];
-            body += (i > 0 ? kNextLine : QStringLiteral("\r\n  ")) + QuoteIdentifier(f.FFieldName) + u' ' +
+            body += (i > 0 ? kNextLine : QStringLiteral("\r\n  ")) + QuoteName(f.FFieldName) + u' ' +
                     QuoteDeclaredTypeIfNeeded(f.FDeclaredType);
             if (f.FNotNull) body += QStringLiteral(" NOT NULL") + ConflictText(f.FNotNullConflictClause);
             if (keyField && SameObject(f.FFieldName, keyField->FFieldName)) {
-                body += QStringLiteral(" PRIMARY KEY") + ConflictText(keyConflictClause);
+                body += QStringLiteral(" PRIMARY KEY") +
+                        (keyDescending ? QStringLiteral(" DESC") : QString()) +
+                        ConflictText(keyConflictClause);
                 if (keyAutoincrement) body += QStringLiteral(" AUTOINCREMENT");
             }
             for (const auto& u : FUniqueConstraints) {
                 if (u->FFields.size() != 1 || !SameObject(u->FFields.front(), f.FFieldName)) continue;
                 if (!u->FConstraintName.isEmpty())
-                    body += QStringLiteral(" CONSTRAINT ") + QuoteIdentifier(u->FConstraintName);
+                    body += QStringLiteral(" CONSTRAINT ") + QuoteName(u->FConstraintName);
                 body += QStringLiteral(" UNIQUE") + ConflictText(u->FConflictClause);
             }
             for (const auto& fk : FForeignKeys)
@@ -340,12 +392,12 @@ QString TDLTableDef::GetCreateSQL(bool IncludeStructure, bool IncludeIndexes, bo
 
         result =
             (FIsTemporary ? QStringLiteral("CREATE TEMPORARY TABLE ") : QStringLiteral("CREATE TABLE ")) +
-            QuoteObject(FTableName) + QStringLiteral(" (") + body;
+            QuoteQualifiedName(FTableName) + QStringLiteral(" (") + body;
         if (IncludeIndexes && !keyField) {
             // Always named, and last, behind the foreign keys.
             for (const auto& ix : FIndexes) {
                 if (!(ix->FOptions & ixPrimary)) continue;
-                result += kNextLine + QStringLiteral("CONSTRAINT ") + QuoteIdentifier(ix->FIndexName) +
+                result += kNextLine + QStringLiteral("CONSTRAINT ") + QuoteName(ix->FIndexName) +
                           QStringLiteral(" PRIMARY KEY (") + GetSQLFieldNames(*ix) + u')' +
                           ConflictText(keyConflictClause);
             }

@@ -20,12 +20,21 @@
 
 namespace brindle {
 
-// A default as the engine wants it: bare, unless it is no string literal
-// and holds an operator or punctuation, then in parentheses ("-1" gives
-// "(-1)" on purpose).
+// A default as the engine wants it: bare, unless it is no single string
+// literal and holds an operator or punctuation, then in parentheses ("-1"
+// gives "(-1)" on purpose, "'a' || 'b'" gives "('a' || 'b')").
 QString DefaultToSQL(const QString& Value);
 // "([a], [b])".
 QString MakeColumnList(const QStringList& Fields);
+// A name as generated text writes it. Name is taken as it stands, never as
+// quoted already, and enclosed in the user's quote characters when the
+// engine reads it back from them unchanged; otherwise (a "]" inside
+// brackets, a name that looks quoted, quoting switched off) in double
+// quotes, which hold any name.
+QString QuoteName(const QString& Name);
+// A possibly qualified name (main.t, "a.b"): each part, as ParseObject
+// reads it, through QuoteName.
+QString QuoteQualifiedName(const QString& QualifiedName);
 
 // One column of a table design.
 class TDLFieldDef {
@@ -57,7 +66,10 @@ public:
     QString FFieldName;
     QString FCollate;
     bool FAutoincrement = false;  // only on the one column of a primary key
-    QString FSortOrder;           // empty, ASC or DESC, written as given
+    // Empty, ASC or DESC, written as given. On the one INTEGER column of a
+    // primary key, DESC also says that the column is not the rowid (the
+    // engine's rule), and the key is written so.
+    QString FSortOrder;
 };
 
 class TDLIndexFieldDefs {
@@ -150,7 +162,7 @@ public:
     int Count() const { return static_cast<int>(FItems.size()); }
     TDLTriggerDef& Items(int i) const { return *FItems[static_cast<size_t>(i)]; }
     void Clear() { FItems.clear(); }
-    // CRLF and the text of each trigger.
+    // CRLF and the text of each trigger, ended with ";" (EndStatement).
     QString GetSQL() const;
 
 private:
@@ -173,7 +185,9 @@ public:
     void ClearTriggers() { FTriggers.Clear(); }
     // Back to an empty definition.
     void Clear();
-    // No ";" at the end: the select is kept as the source had it.
+    // No ";" at the end of the view alone: the select is kept as the source
+    // had it. With triggers behind it, every statement is ended, so that
+    // the text runs as a script.
     QString GetCreateSQL(bool IncludeStructure, bool IncludeTriggers) const;
 
     QString FViewName;  // may be qualified, "main.v"
@@ -248,7 +262,8 @@ public:
     TDLCheckConstraintDef& AddCheckConstraint(std::unique_ptr<TDLCheckConstraintDef> Constraint);
     TDLForeignKeyDef& AddForeignKey(std::unique_ptr<TDLForeignKeyDef> ForeignKey);
 
-    // The CREATE TABLE statement, then each index and trigger behind a CRLF.
+    // The CREATE TABLE statement, then each index and trigger behind a CRLF,
+    // each statement ended with ";", so that the text runs as a script.
     // Without the structure the text starts with a CRLF.
     QString GetCreateSQL(bool IncludeStructure, bool IncludeIndexes, bool IncludeTriggers) const;
     // CREATE INDEX for an index that is not the primary key (asserted).

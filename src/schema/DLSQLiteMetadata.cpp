@@ -224,45 +224,6 @@ TSQLiteCatalogue ReadCatalogue(TDLSQLiteDatabase& Database) {
     return catalogue;
 }
 
-// Each column of a CREATE INDEX as written, split at the commas of its
-// column list, with its COLLATE and ASC/DESC words taken apart.
-struct TIndexColumnText {
-    QString Expression;  // without COLLATE and ASC/DESC
-    QString Collate;
-    QString SortOrder;
-};
-
-std::vector<TIndexColumnText> IndexColumnTexts(const QString& SQL) {
-    std::vector<TIndexColumnText> result;
-    TSQLParser& p = GetParser(SQL);
-    const int on = p.IndexOf(stOn);
-    const int open = on < 0 ? -1 : p.IndexOf(stOpenParen, on);
-    const int close = open < 0 ? -1 : p.ClosingParen(open);
-    if (close < 0) return result;
-    int start = open + 1, level = 0;
-    for (int i = open + 1; i <= close; ++i) {
-        const TTokenType kind = p.GetTokens(i)->FTokenType;
-        if (kind == ttOpenParen) ++level;
-        if (kind == ttCloseParen && i < close) --level;
-        if ((kind == ttComma && level == 0) || i == close) {
-            int last = i - 1;
-            TIndexColumnText column;
-            if (last >= start &&
-                (p.SQLTokens(last)->FSQLToken == stAscending || p.SQLTokens(last)->FSQLToken == stDescending))
-                column.SortOrder = p.SQLTokens(last--)->FValue;
-            if (last > start && p.SQLTokens(last)->FSQLToken == stCollateOption &&
-                p.SQLTokens(last - 1)->FSQLToken == stCollate) {
-                column.Collate = p.SQLTokens(last)->FValue;
-                last -= 2;
-            }
-            if (last >= start) column.Expression = p.SourceText(start, last).trimmed();
-            result.push_back(column);
-            start = i + 1;
-        }
-    }
-    return result;
-}
-
 TDLSQLiteDatabase& Connection(TDLSQLiteMetadata& Metadata) {
     TDLSQLiteDatabase* db = Metadata.SQLiteDatabase();
     if (!db) throw ECustomException(QStringLiteral("Database not connected."));
@@ -312,8 +273,16 @@ void TSQLiteIndexInfo::GetIndexFields(QStringList& Fields) {
         for (const auto& k : key) Fields << k.second;
         return;
     }
-    TRows rows(Connection(table.Metadata()), PragmaFor(table.FDatabaseName, FIndexName, "index_info"));
-    while (rows.Next()) Fields << rows.Text(2);
+    FEngineColumns.clear();
+    // Since 3.9 the engine tells each column's collation and order itself.
+    const bool xinfo = LibraryAtLeast(3, 9);
+    TRows rows(Connection(table.Metadata()),
+               PragmaFor(table.FDatabaseName, FIndexName, xinfo ? "index_xinfo" : "index_info"));
+    while (rows.Next()) {
+        if (xinfo && rows.Int(5) == 0) continue;  // the rowid or key behind the indexed columns
+        Fields << rows.Text(2);
+        if (xinfo) FEngineColumns.push_back({rows.Text(4), rows.Int(3) != 0});
+    }
 }
 
 TSQLiteIndexInfo::~TSQLiteIndexInfo() = default;
@@ -359,14 +328,23 @@ void TSQLiteIndexInfo::InitIndexFields() {
     // then asked all the rest.
     TSQLParser* parser = FSQL.isEmpty() ? nullptr : &GetParser(FSQL);
     if (parser) FWhereClause = parser->GetIndexWhereClause();
-    std::vector<TIndexColumnText> texts;
+    std::vector<TIndexColumnRec> texts;
     for (int i = 0; i < IndexFieldCount(); ++i) {
         TSQLiteIndexFieldInfo& f = Field(i);
         const size_t place = static_cast<size_t>(i);
         if ((FOptions & ixPrimary) && place < key.Fields.size()) {
             f.FCollate = key.Fields[place].Collate;
             f.FAutoincrement = key.Fields[place].Autoincrement;
-            f.FSortOrder = key.Fields[place].SortOrder;
+            // A key that is the rowid has no order of its own: a DESC in its
+            // table constraint changes nothing (only on the column's line
+            // does DESC make an INTEGER key no rowid, and then it has an
+            // index).
+            f.FSortOrder = FIndexName.isEmpty() ? QString() : key.Fields[place].SortOrder;
+        } else if (parser && !f.FFieldName.isEmpty() && place < FEngineColumns.size()) {
+            const TBaseFieldInfo* column = table.FindField(f.FFieldName);
+            IndexColumnOptions(FSQL, i, FEngineColumns[place].Collation, FEngineColumns[place].Descending,
+                               column ? static_cast<const TSQLiteFieldInfo*>(column)->FCollate : QString(),
+                               f.FCollate, f.FSortOrder);
         } else if (parser && !f.FFieldName.isEmpty()) {
             f.FCollate = parser->GetIndexCollateOption(f.FFieldName);
             f.FSortOrder = parser->GetIndexFieldSortOrder(f.FFieldName);
@@ -374,7 +352,7 @@ void TSQLiteIndexInfo::InitIndexFields() {
             // An expression has no name to look for; its place in the list
             // finds it.
             FOptions |= ixExpression;
-            if (texts.empty()) texts = IndexColumnTexts(FSQL);
+            if (texts.empty()) texts = parser->GetIndexColumns();
             if (place < texts.size()) {
                 f.FExpression = texts[place].Expression;
                 f.FCollate = texts[place].Collate;

@@ -21,6 +21,7 @@
 #include "DLMetadata.h"
 
 #include <memory>
+#include <vector>
 
 namespace brindle {
 
@@ -67,6 +68,13 @@ private:
     // (for a key), and the options before and after.
     QString FReadSQL, FReadKeySQL;
     int FReadOptions = -1, FReadResultOptions = 0;
+    // Each column's collation and order as the engine keeps them; empty
+    // where the engine cannot tell (no index of its own, an old library).
+    struct TEngineColumn {
+        QString Collation;
+        bool Descending = false;
+    };
+    std::vector<TEngineColumn> FEngineColumns;
 };
 
 struct TSQLiteParsedTable;

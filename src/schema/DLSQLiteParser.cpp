@@ -213,13 +213,92 @@ TSQLTokenType ProductionRole(const TRuleContext& c) {
     return c.DotNext ? stTableName : stUnknown;
 }
 
+// The roles that name something.
+constexpr TSQLTokenTypes NameRoles{
+    stFieldName,      stTableName,       stDatabaseName,    stIndexName,           stTriggerName,
+    stViewName,       stTableAlias,      stFieldAlias,      stSavepointName,       stPragmaName,
+    stCollateOption,  stParentTableName, stParentFieldName, stPrimaryKeyFieldName, stUniqueFieldName,
+    stChildFieldName, stConstraintName};
+
+// Where a list of columns or tables begins an item.
+bool AtItemStart(int Role) {
+    return Role == stSelect || Role == stDistinct || Role == stAll || Role == stComma ||
+           Role == stOpenParen || Role == stOrderBy || Role == stGroupBy || Role == stDot;
+}
+
+// A keyword that the engine also takes as a name, standing where the rules
+// would name an unknown word: the name role, or NoRole where the keyword
+// still fits the grammar there. The engine falls back to the name only when
+// the keyword cannot go on with the statement, so a word that calls a
+// function, continues an expression or a join, or follows a column inside an
+// expression keeps its meaning.
+int KeywordNameRole(const TRuleContext& c, const TSQLKeyword& k, bool parenNext) {
+    const TSQLTokenType role = ProductionRole(c);
+    if (!NameRoles.Contains(role)) return NoRole;
+    const bool afterDot = c.Behind(stDot);
+    switch (c.Command) {
+        case stCreateTable:
+            // Its columns are named by the rules of the body, before these.
+            if (role == stFieldName) return NoRole;
+            break;
+        case stCreateTrigger:
+            // In the head, columns stand only in the UPDATE OF list; in the
+            // condition and body only behind a table and a dot. Anywhere
+            // else a keyword behind a column is BEGIN, END or the like.
+            if (role == stFieldName && !(c.Behind(stUpdateOf) || c.Behind(stFieldName, stComma) || afterDot))
+                return NoRole;
+            break;
+        case stUpdate:
+            // UPDATE [OR conflict] [db.]table: behind the conflict word.
+            if ((role == stTableName || role == stDatabaseName) &&
+                !(c.Behind(stUpdate) || c.Back2 == stOr || afterDot || c.DotNext))
+                return NoRole;
+            break;
+        case stSelect:
+            if (c.Behind(stOn)) return NoRole;  // a join's condition is an expression
+            if ((c.In(stFrom) || c.In(stJoin)) && role == stTableName &&
+                !(c.Behind(stFrom) || c.Behind(stJoin) || c.Behind(stComma) || afterDot))
+                return NoRole;  // OFFSET, LIMIT's words, a join's words
+            if (role == stFieldName && !AtItemStart(c.Back1)) return NoRole;  // inside an expression
+            break;
+        case stRelease:
+        case stRollback:
+            if (k.Type == stSavepoint) return NoRole;  // RELEASE SAVEPOINT name
+            break;
+        default:
+            break;
+    }
+    const bool expression = c.Command == stSelect || c.Command == stCreateIndex;
+    switch (role) {
+        case stFieldName:
+            if (parenNext) return NoRole;  // a function
+            if (k.AsName == kaNotInExpression && expression && !afterDot) return NoRole;
+            break;
+        case stFieldAlias:
+        case stTableAlias:
+            if (c.Behind(stAs)) break;
+            // Without AS: only behind a whole item of a select list or a
+            // FROM clause, and not a word that would go on with it.
+            if (k.AsName == kaNotAlias || parenNext) return NoRole;
+            if (role == stFieldAlias && !(c.In(stSelect) && AtItemStart(c.Back2) && c.Back2 != stOpenParen))
+                return NoRole;  // ORDER BY a DESC, CASE WHEN a THEN b END
+            if (role == stTableAlias &&
+                !(c.Back2 == stFrom || c.Back2 == stJoin || c.Back2 == stComma || c.Back2 == stDot))
+                return NoRole;
+            break;
+        default:
+            break;
+    }
+    return role;
+}
+
 // Words that stay themselves where a column name could stand.
 constexpr TSQLTokenTypes TableConstraintWords{stCheck, stConstraint, stForeignKey, stPrimaryKey, stUnique};
 // Roles that make a select list entry an expression rather than a column.
 constexpr TSQLTokenTypes ExpressionOperators{stAnd,   stGlob,     stIn, stIs,    stLike,
                                              stMatch, stOperator, stOr, stRegexp};
 
-const TSQLKeyword IfNotExists{{"IF", "NOT", "EXISTS"}, 3, stIfNotExists};
+const TSQLKeyword IfNotExists{{"IF", "NOT", "EXISTS"}, 3, stIfNotExists, kaReserved};
 
 }  // namespace
 
@@ -322,11 +401,13 @@ void TSQLParser::InternalFixTokens() {
             }
 
             // Keywords; the rules below may still make a column of one.
+            const TSQLKeyword* keyword = nullptr;
             if (!found && !t.FIsIdent) {
                 for (const TSQLKeyword* k : KeywordCandidates(t.FValue)) {
                     if (!phraseAt(r, *k)) continue;
                     r = merge(r, k->WordCount);
                     role = k->Type;
+                    keyword = k;
                     break;
                 }
             }
@@ -371,6 +452,11 @@ void TSQLParser::InternalFixTokens() {
 
             if (role == stUnknown) {
                 role = ProductionRole(c);
+            } else if (keyword && role == keyword->Type && keyword->WordCount == 1 &&
+                       keyword->AsName != kaReserved) {
+                const bool parenNext = r + 1 < n && in[r + 1]->FTokenType == ttOpenParen;
+                if (const int name = KeywordNameRole(c, *keyword, parenNext); name != NoRole)
+                    role = static_cast<TSQLTokenType>(name);
             } else if (role == stLiteral && cmd == stSelect) {
                 // File and entry point of load_extension are string literals.
                 if (c.Behind(stLoadExtension, stOpenParen))
@@ -541,6 +627,34 @@ QString TSQLParser::GetIndexCollateOption(const QString& FieldName) {
 
 QString TSQLParser::GetIndexFieldSortOrder(const QString& FieldName) {
     return IndexColumnOption(*this, FieldName, {stAscending, stDescending});
+}
+
+std::vector<TIndexColumnRec> TSQLParser::GetIndexColumns() {
+    std::vector<TIndexColumnRec> result;
+    if (SQLCommand() != stCreateIndex) return result;
+    const int on = IndexOf(stOn);
+    const int open = on < 0 ? -1 : IndexOf(stOpenParen, on);
+    const int close = open < 0 ? -1 : ClosingParen(open);
+    if (close < 0) return result;
+    int start = open + 1, level = 0;
+    for (int i = open + 1; i <= close; ++i) {
+        const TTokenType kind = GetTokens(i)->FTokenType;
+        if (kind == ttOpenParen) ++level;
+        if (kind == ttCloseParen && i < close) --level;
+        if ((kind != ttComma || level != 0) && i != close) continue;
+        int last = i - 1;
+        TIndexColumnRec column;
+        if (last >= start && (Role(last) == stAscending || Role(last) == stDescending))
+            column.SortOrder = GetTokens(last--)->FValue;
+        if (last > start && Role(last) == stCollateOption && Role(last - 1) == stCollate) {
+            column.Collate = GetTokens(last)->FValue;
+            last -= 2;
+        }
+        if (last >= start) column.Expression = SourceText(start, last).trimmed();
+        result.push_back(column);
+        start = i + 1;
+    }
+    return result;
 }
 
 QString TSQLParser::GetIndexWhereClause() {
@@ -795,6 +909,29 @@ QString GetIndexWhereClause(const QString& SQL) {
     return GetParser(SQL).GetIndexWhereClause();
 }
 
+void IndexColumnOptions(const QString& IndexSQL, int Place, const QString& EngineCollation,
+                        bool EngineDescending, const QString& OwnCollation, QString& Collate,
+                        QString& SortOrder) {
+    const std::vector<TIndexColumnRec> columns = GetParser(IndexSQL).GetIndexColumns();
+    const TIndexColumnRec written = Place >= 0 && static_cast<size_t>(Place) < columns.size()
+                                        ? columns[static_cast<size_t>(Place)]
+                                        : TIndexColumnRec();
+    const QString& writtenCollation = written.Collate;
+    const QString& writtenOrder = written.SortOrder;
+    const QString own = OwnCollation.isEmpty() ? QStringLiteral("BINARY") : OwnCollation;
+    if (writtenCollation.compare(EngineCollation, Qt::CaseInsensitive) == 0)
+        Collate = writtenCollation;
+    else if (EngineCollation.isEmpty() || EngineCollation.compare(own, Qt::CaseInsensitive) == 0)
+        Collate.clear();
+    else
+        Collate = EngineCollation;
+    const bool writtenDescending = writtenOrder.startsWith(QLatin1String("DESC"), Qt::CaseInsensitive);
+    if (EngineDescending)
+        SortOrder = writtenDescending ? writtenOrder : QStringLiteral("DESC");
+    else
+        SortOrder = writtenDescending ? QString() : writtenOrder;
+}
+
 QString ReplaceTableNameInTrigger(const QString& SQL, const QString& NewTableName) {
     return GetParser(SQL).ReplaceTableNameInTrigger(NewTableName);
 }
@@ -821,9 +958,6 @@ bool SQLContains(const QString& SQL, const TSQLTokenTypes& TokenTypes) {
 
 void InstallSQLParserServices() {
     TSQLTextServices s;
-    s.ParseSQL = [](const QString& Value, QStringList& List, bool StripSemicolon) {
-        SplitSQL(Value, List, StripSemicolon);
-    };
     s.GetSQLCommand = [](const QString& SQL) { return GetParser(SQL).SQLCommand(); };
     s.GetSavepointName = [](const QString& SQL) { return GetParser(SQL).GetSavepointName(); };
     s.GetDatabaseNameFromSQL = [](const QString& SQL) { return GetParser(SQL).GetDatabaseName(); };

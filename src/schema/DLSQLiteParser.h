@@ -5,9 +5,9 @@
 // trigger bodies, view selects) are cut from the source by token position.
 #pragma once
 
-#include "SQLScanner.h"
 #include "engine/DLParams.h"
 #include "engine/DLQueryInfo.h"
+#include "engine/SQLScanner.h"
 
 #include <QString>
 #include <QStringList>
@@ -125,6 +125,14 @@ struct TVirtualTableRec {
     QString ModuleArguments;  // between the parentheses, verbatim and untrimmed
 };
 
+// One column of CREATE INDEX as written, with its COLLATE and ASC/DESC words
+// taken apart.
+struct TIndexColumnRec {
+    QString Expression;  // the name or expression, without COLLATE and ASC/DESC
+    QString Collate;
+    QString SortOrder;
+};
+
 // A clause of a CREATE text that the definitions cannot hold; FieldName is
 // empty for a clause of the whole table or view.
 struct TUnsupportedClause {
@@ -155,6 +163,8 @@ public:
     QString GetIndexCollateOption(const QString& FieldName);
     QString GetIndexFieldSortOrder(const QString& FieldName);
     QString GetIndexWhereClause();
+    // Every column of the list in its place, names and expressions alike.
+    std::vector<TIndexColumnRec> GetIndexColumns();
 
     // ATTACH and DETACH: the schema name as written; ATTACH: the file name.
     QString GetDatabaseName();
@@ -256,17 +266,25 @@ private:
 // the next call: a call may release the tokens of older parsers.
 TSQLParser& GetParser(const QString& SQL);
 
-// The parser's questions on a text, through GetParser. ParseSQL,
-// GetSQLCommand, GetSavepointName, GetDatabaseNameFromSQL, GetFileNameFromSQL,
+// The parser's questions on a text, through GetParser. GetSQLCommand,
+// GetSavepointName, GetDatabaseNameFromSQL, GetFileNameFromSQL,
 // GetLoadExtensionParams, IsWithoutRowid, GetTableNameFromSQL,
 // GetTableCountFromSQL, IsSimpleSelect, HasOrderBy and FixFilterExpression
-// are the engine's (SQLText.h),
-// answered by the parser once it is installed.
+// are the engine's (engine/SQLText.h), answered by the parser once it is
+// installed; ParseSQL is the engine's splitter.
 void GetAllTableNamesFromSQL(const QString& SQL, QStringList& List);
 void GetFullTableNameFromSQL(const QString& SQL, QString& DatabaseName, QString& TableName);
 QString GetIndexCollateOption(const QString& SQL, const QString& FieldName);
 QString GetIndexFieldSortOrder(const QString& SQL, const QString& FieldName);
 QString GetIndexWhereClause(const QString& SQL);
+// The collation and order of the index column at Place (from 0), from what
+// the engine keeps (pragma index_xinfo: the collation in use, and whether
+// descending), which no text can misread, spelt as IndexSQL writes them
+// where it says the same. A collation that is the column's own
+// (OwnCollation, BINARY when empty) is left to the column unless written.
+void IndexColumnOptions(const QString& IndexSQL, int Place, const QString& EngineCollation,
+                        bool EngineDescending, const QString& OwnCollation, QString& Collate,
+                        QString& SortOrder);
 QString ReplaceTableNameInTrigger(const QString& SQL, const QString& NewTableName);
 QString ReplaceTriggerName(const QString& SQL, const QString& NewTriggerName);
 QString StripOrderBy(const QString& SQL);

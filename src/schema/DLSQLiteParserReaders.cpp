@@ -9,6 +9,7 @@
 
 #include "DLSQLiteParser.h"
 
+#include "DLObjectDefs.h"
 #include "engine/Assert.h"
 #include "engine/DLQuoteTools.h"
 
@@ -580,13 +581,18 @@ void TSQLParser::GetFieldInfo(std::vector<TFieldInfoRec>& FieldInfoRecs,
 
 QString BuildTriggerSQL(const TTriggerRec& TriggerRec, bool IsTemporary) {
     const QString crlf = QStringLiteral("\r\n");
+    // Database and table are as written, quotes included.
+    const QString database = TriggerRec.DatabaseName.isEmpty()
+                                 ? QString()
+                                 : QuoteName(UnQuoteIdentifier(TriggerRec.DatabaseName)) + u'.';
+    const QString tableName = QuoteName(UnQuoteIdentifier(TriggerRec.TableName));
     QString name, table;
     if (IsTemporary) {
-        name = QuoteObject(QString(), TriggerRec.TriggerName);
-        table = QuoteObject(TriggerRec.DatabaseName, TriggerRec.TableName);
+        name = QuoteName(TriggerRec.TriggerName);
+        table = database + tableName;
     } else {
-        name = QuoteObject(TriggerRec.DatabaseName, TriggerRec.TriggerName);
-        table = QuoteObject(TriggerRec.TableName);
+        name = database + QuoteName(TriggerRec.TriggerName);
+        table = tableName;
     }
     QString sql = QStringLiteral("CREATE %1TRIGGER %2").arg(IsTemporary ? QStringLiteral("TEMPORARY ") : QString(), name);
     sql += crlf;
@@ -594,7 +600,7 @@ QString BuildTriggerSQL(const TTriggerRec& TriggerRec, bool IsTemporary) {
     sql += TriggerRec.DatabaseEvent;
     if (TriggerRec.DatabaseEvent.simplified().compare(QLatin1String("UPDATE OF"), Qt::CaseInsensitive) == 0) {
         QStringList fields;
-        for (const QString& f : TriggerRec.Fields) fields.append(QuoteIdentifier(f));
+        for (const QString& f : TriggerRec.Fields) fields.append(QuoteName(f));
         sql += u' ' + fields.join(QStringLiteral(", "));
     }
     sql += crlf + QStringLiteral("ON ") + table;

@@ -16,32 +16,64 @@ bool IsTempDatabase(const QString& DatabaseName) {
     return DatabaseName.compare(QLatin1String("temp"), Qt::CaseInsensitive) == 0;
 }
 
-QString PragmaPrefix(const QString& DatabaseName) {
-    return DatabaseName.isEmpty() ? QString() : QuoteIdentifier(DatabaseName) + u'.';
+bool SameName(const QString& A, const QString& B) {
+    return A.compare(B, Qt::CaseInsensitive) == 0;
 }
 
-void AddFields(TDLSQLiteDatabase& Database, const QString& TableName, const QString& SQL, bool HasGenerated,
-               TDLTableDef& TableDef) {
-    struct TColumn {
-        QString Name, Type, Default;
+// A name in the statements of this file: double quotes hold any name, and
+// no quoting setting of the user's changes what they mean.
+QString SQLName(const QString& Name) {
+    return u'"' + QString(Name).replace(u'"', QStringLiteral("\"\"")) + u'"';
+}
+
+QString MasterTable(const QString& DatabaseName) {
+    if (IsTempDatabase(DatabaseName)) return QStringLiteral("sqlite_temp_master");
+    return SQLName(DatabaseName.isEmpty() ? QStringLiteral("main") : DatabaseName) +
+           QStringLiteral(".sqlite_master");
+}
+
+QString Pragma(const QString& DatabaseName, const char* Name, const QString& Argument) {
+    QString sql = QStringLiteral("pragma ");
+    if (!DatabaseName.isEmpty()) sql += SQLName(DatabaseName) + u'.';
+    return sql + QLatin1String(Name) + u'(' + SQLName(Argument) + u')';
+}
+
+// The stored text of an object of the database (main when empty, and then
+// temp when main has none), by its exact name in the engine's comparison.
+QString ObjectSQL(TDLSQLiteDatabase& Database, const QString& DatabaseName, const QString& Name,
+                  const char* Type) {
+    auto read = [&](const QString& db) {
+        return Database.GetStringValue(
+            QStringLiteral("select sql from %1 where type = '%2' and name = %3 collate nocase")
+                .arg(MasterTable(db), QLatin1String(Type), QuotedStr(Name)));
     };
+    QString sql = read(DatabaseName);
+    if (sql.isEmpty() && DatabaseName.isEmpty()) sql = read(QStringLiteral("temp"));
+    return sql;
+}
+
+struct TColumn {
+    QString Name, Type, Default;
+    int KeyPlace = 0;  // in the primary key, from 1
+};
+
+std::vector<TColumn> ReadColumns(TDLSQLiteDatabase& Database, const QString& DatabaseName,
+                                 const QString& Name, bool HasGenerated) {
+    // table_info leaves generated columns out; they must keep their place.
+    IRecordSetPtr rs =
+        Database.GetRecordSet(Pragma(DatabaseName, HasGenerated ? "table_xinfo" : "table_info", Name));
     std::vector<TColumn> columns;
-    if (HasGenerated) {
-        // table_info leaves generated columns out; they must keep their place.
-        QString db, name;
-        ParseObject(TableName, db, name);
-        IRecordSetPtr rs = Database.GetRecordSet(
-            QStringLiteral("pragma %1table_xinfo(%2)").arg(PragmaPrefix(db), QuoteIdentifier(name)));
-        for (int r = 0; r < rs->GetRecordCount(); ++r)
-            columns.push_back({rs->GetValueByName(r, QStringLiteral("name")), rs->GetValueByName(r, QStringLiteral("type")),
-                               rs->GetValueByName(r, QStringLiteral("dflt_value"))});
-    } else {
-        TFieldRecords recs;
-        Database.GetFields(TableName, recs);
-        for (const TFieldRecord& f : recs) columns.push_back({f.FieldName, f.FullSQLType, f.DefaultValue});
-    }
+    for (int r = 0; r < rs->GetRecordCount(); ++r)
+        columns.push_back({rs->GetValueByName(r, QStringLiteral("name")),
+                           rs->GetValueByName(r, QStringLiteral("type")),
+                           rs->GetValueByName(r, QStringLiteral("dflt_value")),
+                           rs->GetValueByName(r, QStringLiteral("pk")).toInt()});
+    return columns;
+}
+
+void AddFields(const std::vector<TColumn>& Columns, const QString& SQL, TDLTableDef& TableDef) {
     TSQLParser& parser = GetParser(SQL);
-    for (const TColumn& c : columns) {
+    for (const TColumn& c : Columns) {
         // The not-null state follows the text: a key column of a table
         // without rowid is reported not null without saying so.
         const TSQLFieldRec info = parser.GetSQLFieldInfo(c.Name);
@@ -49,53 +81,117 @@ void AddFields(TDLSQLiteDatabase& Database, const QString& TableName, const QStr
     }
 }
 
-void AddIndexes(TDLSQLiteDatabase& Database, const QString& TableName, const QString& SQL, TDLTableDef& TableDef) {
-    QString db, name;
-    ParseObject(TableName, db, name);
-    TIndexRecords recs;
-    Database.GetIndexes(TableName, recs);
-    for (const TIndexRecord& rec : recs) {
-        QStringList names;
-        Database.GetIndexFields(TableName, rec.IndexName, names);
-        TDLIndexFieldDefs fields;
-        if (rec.Options & ixPrimary) {
-            const TPrimaryKeyRec key = GetPrimaryKeyOptions(SQL);
-            for (int i = 0; i < names.size(); ++i) {
-                if (static_cast<size_t>(i) < key.Fields.size()) {
-                    const TPrimaryKeyFieldRec& k = key.Fields[static_cast<size_t>(i)];
-                    fields.AddField(names[i], k.Collate, k.SortOrder, k.Autoincrement);
-                } else {
-                    fields.AddField(names[i]);
-                }
-            }
-            TableDef.AddIndex(rec.IndexName, std::move(fields), rec.Options, key.ConflictClause);
+// The columns of an index with their collations and orders as the engine
+// keeps them (IndexColumnOptions).
+TDLIndexFieldDefs ReadIndexColumns(TDLSQLiteDatabase& Database, const QString& DatabaseName,
+                                   const QString& IndexName, const QString& IndexSQL,
+                                   const TDLTableDef& TableDef, bool& HasExpression) {
+    TDLIndexFieldDefs fields;
+    IRecordSetPtr rs = Database.GetRecordSet(Pragma(DatabaseName, "index_xinfo", IndexName));
+    for (int r = 0, place = 0; r < rs->GetRecordCount(); ++r, ++place) {
+        if (rs->GetValueByName(r, QStringLiteral("key")) != u"1")
+            break;  // the rowid or key behind the columns
+        const QString name = rs->GetValueByName(r, QStringLiteral("name"));
+        HasExpression = HasExpression || name.isEmpty();
+        QString own;
+        for (int i = 0; i < TableDef.FieldCount(); ++i)
+            if (SameName(TableDef.Fields(i).FFieldName, name)) own = TableDef.Fields(i).FCollate;
+        QString collate, order;
+        if (!name.isEmpty())
+            IndexColumnOptions(IndexSQL, place, rs->GetValueByName(r, QStringLiteral("coll")),
+                               rs->GetValueByName(r, QStringLiteral("desc")) == u"1", own, collate, order);
+        fields.AddField(name, collate, order);
+    }
+    return fields;
+}
+
+void AddIndexes(TDLSQLiteDatabase& Database, const QString& DatabaseName, const QString& Name,
+                const QString& SQL, const std::vector<TColumn>& Columns, TDLTableDef& TableDef) {
+    // The key's columns in key order.
+    std::vector<const TColumn*> keyColumns;
+    for (const TColumn& c : Columns)
+        if (c.KeyPlace > 0) keyColumns.push_back(&c);
+    std::stable_sort(keyColumns.begin(), keyColumns.end(),
+                     [](const TColumn* a, const TColumn* b) { return a->KeyPlace < b->KeyPlace; });
+
+    struct TIndex {
+        QString Name;
+        bool Unique;
+    };
+    std::vector<TIndex> indexes;
+    QString keyIndex;  // empty: the key is the rowid
+    IRecordSetPtr list = Database.GetRecordSet(Pragma(DatabaseName, "index_list", Name));
+    const bool hasOrigin = list->GetNames().contains(QLatin1String("origin"));
+    const bool integerKey =
+        keyColumns.size() == 1 && SameName(keyColumns[0]->Type, QStringLiteral("INTEGER"));
+    for (int r = 0; r < list->GetRecordCount(); ++r) {
+        const QString index = list->GetValueByName(r, QStringLiteral("name"));
+        // Engines before 3.8.9 do not tell which index stems from what; the
+        // first automatic one is then the best guess at the key's.
+        const QString origin = hasOrigin ? list->GetValueByName(r, QStringLiteral("origin")) : QString();
+        const bool automatic = hasOrigin ? origin != u"c" : IsAutoIndex(Name, index);
+        const bool isKey = hasOrigin ? origin == u"pk" : automatic && !integerKey;
+        if (!keyColumns.empty() && isKey && keyIndex.isEmpty()) {
+            keyIndex = index;
             continue;
         }
-        if (IsAutoIndex(name, rec.IndexName)) continue;
-        const QString indexSQL = Database.GetObjectDDL(db, QuoteIdentifier(rec.IndexName));
-        bool expression = false;
-        for (const QString& field : names) {
-            expression = expression || field.isEmpty();
-            fields.AddField(field, GetIndexCollateOption(indexSQL, field), GetIndexFieldSortOrder(indexSQL, field));
+        if (!automatic) indexes.push_back({index, list->GetValueByName(r, QStringLiteral("unique")) == u"1"});
+    }
+
+    if (!keyColumns.empty()) {
+        const TPrimaryKeyRec key = GetPrimaryKeyOptions(SQL);
+        TDLIndexFieldDefs fields;
+        for (size_t i = 0; i < keyColumns.size(); ++i) {
+            if (i >= key.Fields.size()) {
+                fields.AddField(keyColumns[i]->Name);
+                continue;
+            }
+            const TPrimaryKeyFieldRec& k = key.Fields[i];
+            // A key that is the rowid has no order of its own: a DESC in its
+            // table constraint changes nothing, and written on the column's
+            // line it would make the column no rowid.
+            fields.AddField(keyColumns[i]->Name, k.Collate, keyIndex.isEmpty() ? QString() : k.SortOrder,
+                            k.Autoincrement);
         }
-        TDLIndexDef& index =
-            TableDef.AddIndex(rec.IndexName, std::move(fields), rec.Options, QString(), GetIndexWhereClause(indexSQL));
-        if (expression) index.FUnsupportedClauses.append(QStringLiteral("an expression as a column"));
+        TableDef.AddIndex(keyIndex, std::move(fields), ixPrimary | ixUnique, key.ConflictClause);
+    }
+    std::stable_sort(indexes.begin(), indexes.end(), [](const TIndex& a, const TIndex& b) {
+        return a.Name.compare(b.Name, Qt::CaseInsensitive) < 0;
+    });
+    for (const TIndex& index : indexes) {
+        const QString indexSQL = ObjectSQL(Database, DatabaseName, index.Name, "index");
+        bool expression = false;
+        TDLIndexFieldDefs fields =
+            ReadIndexColumns(Database, DatabaseName, index.Name, indexSQL, TableDef, expression);
+        TDLIndexDef& def = TableDef.AddIndex(index.Name, std::move(fields), index.Unique ? int(ixUnique) : 0,
+                                             QString(), GetIndexWhereClause(indexSQL));
+        if (expression) def.FUnsupportedClauses.append(QStringLiteral("an expression as a column"));
     }
 }
 
+// The triggers on an owner: those kept in its database, then the temporary
+// ones that hang on it (a temporary trigger names its table's database, or
+// else hangs on main's).
 template <typename TOwner>
-void AddTriggers(TDLSQLiteDatabase& Database, const QString& OwnerName, TOwner& Owner) {
-    QString db, name;
-    ParseObject(OwnerName, db, name);
-    QStringList names;
-    Database.GetTriggerNames(OwnerName, names);
-    for (const QString& trigger : names)
-        Owner.AddTrigger(trigger, BuildTriggerSQL(GetTriggerRec(Database.GetTriggerDDL(db, QuoteIdentifier(trigger), false)), false));
-    names.clear();
-    Database.GetTemporaryTriggerNames(OwnerName, names);
-    for (const QString& trigger : names)
-        Owner.AddTrigger(trigger, BuildTriggerSQL(GetTriggerRec(Database.GetTriggerDDL(QString(), QuoteIdentifier(trigger), true)), true));
+void AddTriggers(TDLSQLiteDatabase& Database, const QString& DatabaseName, const QString& Name,
+                 TOwner& Owner) {
+    const QString select =
+        QStringLiteral("select name, sql from %1 where type = 'trigger' and tbl_name = %2 collate nocase");
+    if (!IsTempDatabase(DatabaseName)) {
+        IRecordSetPtr rs = Database.GetRecordSet(select.arg(MasterTable(DatabaseName), QuotedStr(Name)));
+        for (int r = 0; r < rs->GetRecordCount(); ++r)
+            Owner.AddTrigger(rs->GetValue(r, 0), BuildTriggerSQL(GetTriggerRec(rs->GetValue(r, 1)), false));
+    }
+    const QString ownerDatabase = DatabaseName.isEmpty() ? QStringLiteral("main") : DatabaseName;
+    IRecordSetPtr rs =
+        Database.GetRecordSet(select.arg(MasterTable(QStringLiteral("temp")), QuotedStr(Name)));
+    for (int r = 0; r < rs->GetRecordCount(); ++r) {
+        const QString sql = rs->GetValue(r, 1);
+        QString triggerDatabase = GetTriggerDatabaseName(sql);
+        if (triggerDatabase.isEmpty()) triggerDatabase = QStringLiteral("main");
+        if (IsTempDatabase(ownerDatabase) || SameName(triggerDatabase, ownerDatabase))
+            Owner.AddTrigger(rs->GetValue(r, 0), BuildTriggerSQL(GetTriggerRec(sql), true));
+    }
 }
 
 void AddConstraints(const QString& SQL, TDLTableDef& TableDef) {
@@ -128,14 +224,15 @@ void ReadTableDef(TDLSQLiteDatabase& Database, const QString& TableName, TDLTabl
     TableDef.FIsTemporary = IsTempDatabase(db);
     // The text is copied: the parser cache may hand its slot on while the
     // catalogue is read.
-    const QString sql = Database.GetObjectDDL(QString(), TableName);
+    const QString sql = ObjectSQL(Database, db, name, "table");
     const std::vector<TUnsupportedClause> unsupported = GetUnsupportedClauses(sql);
     bool generated = false;
     for (const TUnsupportedClause& u : unsupported) generated = generated || !u.FieldName.isEmpty();
 
-    AddFields(Database, TableName, sql, generated, TableDef);
-    AddIndexes(Database, TableName, sql, TableDef);
-    AddTriggers(Database, TableName, TableDef);
+    const std::vector<TColumn> columns = ReadColumns(Database, db, name, generated);
+    AddFields(columns, sql, TableDef);
+    AddIndexes(Database, db, name, sql, columns, TableDef);
+    AddTriggers(Database, db, name, TableDef);
     AddConstraints(sql, TableDef);
     TableDef.FIsWithoutRowID = IsWithoutRowid(sql);
 
@@ -151,16 +248,18 @@ void ReadViewDef(TDLSQLiteDatabase& Database, const QString& ViewName, TDLViewDe
     ViewDef.Clear();
     QString db, name;
     ParseObject(ViewName, db, name);
-    const QString sql = Database.GetObjectDDL(QString(), ViewName);
+    const QString sql = ObjectSQL(Database, db, name, "view");
     ViewDef.FViewName = ViewName;
     ViewDef.FIsTemporary = IsTempDatabase(db);
     ViewDef.FAsClause = GetViewRec(sql).AsClause;
     for (const TUnsupportedClause& u : GetUnsupportedClauses(sql)) ViewDef.FUnsupportedClauses.append(u.Clause);
-    AddTriggers(Database, ViewName, ViewDef);
+    AddTriggers(Database, db, name, ViewDef);
 }
 
 void ReadVirtualTableDef(TDLSQLiteDatabase& Database, const QString& TableName, TDLVirtualTableDef& Def) {
-    const TVirtualTableRec rec = GetVirtualTableRec(Database.GetObjectDDL(QString(), TableName));
+    QString db, name;
+    ParseObject(TableName, db, name);
+    const TVirtualTableRec rec = GetVirtualTableRec(ObjectSQL(Database, db, name, "table"));
     Def.FTableName = TableName;
     Def.FModuleName = rec.ModuleName;
     // The written text puts the arguments on a line of their own; that line
@@ -177,7 +276,9 @@ void ReadVirtualTableDef(TDLSQLiteDatabase& Database, const QString& TableName, 
 QString ReadTriggerSQL(TDLSQLiteDatabase& Database, const QString& TriggerName, bool IsTemporary) {
     QString db, name;
     ParseObject(TriggerName, db, name);
-    return BuildTriggerSQL(GetTriggerRec(Database.GetTriggerDDL(db, QuoteIdentifier(name), IsTemporary)), IsTemporary);
+    return BuildTriggerSQL(
+        GetTriggerRec(ObjectSQL(Database, IsTemporary ? QStringLiteral("temp") : db, name, "trigger")),
+        IsTemporary);
 }
 
 bool IsAutoIndex(const QString& TableName, const QString& IndexName) {
@@ -191,7 +292,17 @@ QString GetCreateSQL(TDLSQLiteDatabase&, const TDLTableDef& TableDef, bool Inclu
 
 void CreateTable(TDLSQLiteDatabase& Database, const TDLTableDef& TableDef, bool IncludeStructure, bool IncludeIndexes,
                  bool IncludeTriggers) {
-    Database.Execute(GetCreateSQL(Database, TableDef, IncludeStructure, IncludeIndexes, IncludeTriggers));
+    const QString sql = GetCreateSQL(Database, TableDef, IncludeStructure, IncludeIndexes, IncludeTriggers);
+    // Several statements: all of them or none.
+    Database.Execute(QStringLiteral("savepoint brindle_create_table"));
+    try {
+        Database.Execute(sql);
+    } catch (const ECustomException&) {
+        Database.Execute(QStringLiteral("rollback to brindle_create_table"));
+        Database.Execute(QStringLiteral("release brindle_create_table"));
+        throw;
+    }
+    Database.Execute(QStringLiteral("release brindle_create_table"));
 }
 
 namespace {
@@ -208,17 +319,18 @@ QStringList ShadowTableNames(TDLSQLiteDatabase& Database) {
     return names;
 }
 
-// One statement of the script, ended with ";". When the definitions cannot
-// carry a clause, the stored text is given instead, behind a comment that
-// names what they would drop.
+// One statement of the script, ended with ";" where the engine sees it (a
+// text may end in a comment). When the definitions cannot carry a clause,
+// the stored text is given instead, behind a comment that names what they
+// would drop.
 void AppendStatement(QString& Script, const QString& Name, const QStringList& Unsupported, const QString& SQL,
                      const QString& StoredSQL) {
-    QString text = (Unsupported.isEmpty() ? SQL : StoredSQL).trimmed();
+    const QString text = (Unsupported.isEmpty() ? SQL : StoredSQL).trimmed();
     if (!Unsupported.isEmpty())
         Script += QStringLiteral("-- %1: the definitions cannot carry %2; the stored text follows.\r\n")
-                      .arg(Name, Unsupported.join(QStringLiteral(", ")));
-    if (!text.endsWith(u';')) text += u';';
-    Script += text + QStringLiteral("\r\n\r\n");
+                      .arg(QString(Name).replace(u'\n', u' ').replace(u'\r', u' '),
+                           Unsupported.join(QStringLiteral(", ")));
+    Script += EndStatement(text) + QStringLiteral("\r\n\r\n");
 }
 
 QStringList UnsupportedOf(const TDLTableDef& Def) {
@@ -251,15 +363,18 @@ QString GetSchemaScript(TDLSQLiteDatabase& Database, const QString& ObjectName) 
 
     // Each table is read once. Its indexes other than the key are taken out
     // of the definition, so that the table text holds the key alone, and
-    // wait for their turn among the indexes.
+    // wait for their turn among the indexes. Names go to the readers and
+    // the definitions quoted, so that a dot or a quote in one splits
+    // nothing; every object is written unqualified, for the database the
+    // script runs in.
     std::map<QString, std::unique_ptr<TDLTableDef>> tables;
     std::map<QString, std::unique_ptr<TDLIndexDef>> indexes;
     auto tableDef = [&](const QString& name) -> TDLTableDef& {
         auto& def = tables[name.toLower()];
         if (!def) {
             def = std::make_unique<TDLTableDef>();
-            ReadTableDef(Database, QuoteIdentifier(name), *def);
-            def->FTableName = name;
+            ReadTableDef(Database, QuoteName(name), *def);
+            def->FTableName = QuoteName(name);
             for (int i = def->IndexCount() - 1; i >= 0; --i) {
                 if (def->Indexes(i).FOptions & ixPrimary) continue;
                 std::unique_ptr<TDLIndexDef> index = def->TakeIndex(i);
@@ -271,10 +386,10 @@ QString GetSchemaScript(TDLSQLiteDatabase& Database, const QString& ObjectName) 
     };
     QString script;
     for (const TObject& obj : objects) {
-        if (obj.Type == u"table" && Database.IsVirtualTable(QuoteIdentifier(obj.Name))) {
+        if (obj.Type == u"table" && GetSQLCommand(obj.SQL) == stCreateVirtualTable) {
             TDLVirtualTableDef def;
-            ReadVirtualTableDef(Database, QuoteIdentifier(obj.Name), def);
-            def.FTableName = obj.Name;
+            ReadVirtualTableDef(Database, QuoteName(obj.Name), def);
+            def.FTableName = QuoteName(obj.Name);
             AppendStatement(script, obj.Name, {}, def.GetCreateSQL(), obj.SQL);
         } else if (obj.Type == u"table") {
             const TDLTableDef& def = tableDef(obj.Name);
@@ -286,11 +401,13 @@ QString GetSchemaScript(TDLSQLiteDatabase& Database, const QString& ObjectName) 
             AppendStatement(script, obj.Name, it->second->FUnsupportedClauses, def.GetIndexSQL(*it->second), obj.SQL);
         } else if (obj.Type == u"view") {
             TDLViewDef def;
-            ReadViewDef(Database, QuoteIdentifier(obj.Name), def);
-            def.FViewName = obj.Name;
+            ReadViewDef(Database, QuoteName(obj.Name), def);
+            def.FViewName = QuoteName(obj.Name);
             AppendStatement(script, obj.Name, def.FUnsupportedClauses, def.GetCreateSQL(true, false), obj.SQL);
         } else if (obj.Type == u"trigger") {
-            AppendStatement(script, obj.Name, {}, ReadTriggerSQL(Database, QuoteIdentifier(obj.Name), false), obj.SQL);
+            TTriggerRec rec = GetTriggerRec(obj.SQL);
+            rec.DatabaseName.clear();  // a trigger's table is in its own database
+            AppendStatement(script, obj.Name, {}, BuildTriggerSQL(rec, false), obj.SQL);
         }
     }
     return script;

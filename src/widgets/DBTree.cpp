@@ -165,6 +165,18 @@ TDLDBTree::TDLDBTree(TMetaList& MetaList, QWidget* Parent) : QTreeWidget(Parent)
 
     FIcons.Database = DatabaseIcon(QColor(0x4a, 0x86, 0xc8), QColor(0x24, 0x4f, 0x80));
     FIcons.Disconnected = DatabaseIcon(QColor(0xc8, 0xc8, 0xc8), QColor(0x80, 0x80, 0x80));
+    // Connected, but some object could not be read: a red mark on the database.
+    const QIcon database = FIcons.Database;
+    FIcons.DatabaseErrors = Painted([&database](QPainter& p) {
+        database.paint(&p, QRect(0, 0, 16, 16));
+        p.setRenderHint(QPainter::Antialiasing);
+        p.setPen(Qt::NoPen);
+        p.setBrush(QColor(0xd0, 0x20, 0x20));
+        p.drawEllipse(QRectF(8, 8, 8, 8));
+        p.setPen(QPen(Qt::white, 1.5));
+        p.drawLine(QPointF(12, 9.5), QPointF(12, 12.5));
+        p.drawPoint(QPointF(12, 14.5));
+    });
     FIcons.Group = style()->standardIcon(QStyle::SP_DirIcon);
     FIcons.Table = GridIcon(QColor(0x4a, 0x86, 0xc8), QColor(0x50, 0x50, 0x50), Qt::SolidLine);
     FIcons.View = GridIcon(QColor(0x4c, 0xa8, 0x5a), QColor(0x50, 0x50, 0x50), Qt::SolidLine);
@@ -263,6 +275,12 @@ void TDLDBTree::RefreshDatabase(const QString& AliasName) {
     QStringList shown;
     RefreshLevel(*node, *metadata, kMain, shown);
     SetConnectedLook(*node, true);
+    // What the last refresh could not read is told on the node until a
+    // refresh reads everything again; the objects are shown all the same.
+    const QString& errors = metadata->RefreshErrors();
+    node->setToolTip(
+        0, errors.isEmpty() ? database->FileName() : database->FileName() + QStringLiteral("\n\n") + errors);
+    if (!errors.isEmpty()) node->setIcon(0, FIcons.DatabaseErrors);
     // After the walk: a counter that answers at once changes node texts, and
     // its handlers may change the lists, so each name is looked up again.
     if (FShowRecordCounts)

@@ -52,7 +52,9 @@ public:
     // nodes (and their expansion and selection) of objects that are still
     // there. Nothing for an alias without a node. Raises "Could not connect
     // to database <alias>" when the metadata has no database or it is not
-    // connected; the node then shows as not connected.
+    // connected; the node then shows as not connected. When the metadata's
+    // last refresh could not read some object, the node is marked and its
+    // tool tip holds the message behind the file name.
     void RefreshDatabase(const QString& AliasName);
 
     // The database node of the alias (exact match); null when absent.
@@ -110,7 +112,8 @@ protected:
 
 private:
     struct TIcons {
-        QIcon Database, Disconnected, Group, Table, View, VirtualTable, ShadowTable, Index, Trigger;
+        QIcon Database, DatabaseErrors, Disconnected, Group, Table, View, VirtualTable, ShadowTable, Index,
+            Trigger;
     };
     struct TRecordCountHook;
 

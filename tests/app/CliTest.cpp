@@ -14,6 +14,15 @@
 
 namespace {
 
+// The test's own databases ask the parser what their statements are, as the
+// program does from its start.
+class ParserServices : public ::testing::Environment {
+public:
+    void SetUp() override { brindle::InstallSQLParserServices(); }
+};
+
+const auto* const environment = ::testing::AddGlobalTestEnvironment(new ParserServices);
+
 struct Result {
     int code;
     QString out;
@@ -94,6 +103,35 @@ TEST(Cli, OutsideLibraryWithKeyReadsAnEncryptedFile) {
     EXPECT_EQ(r.err.trimmed(), QStringLiteral("SQLite library does not support encryption."));
 }
 
+// The script runs as it stands in the engine's own shell, and what it made
+// has the catalogue of the database it was written from.
+void ExpectSchemaRunsBackThroughTheShell(const QString& sourcePath, const QString& script) {
+    brindle::test::TempDir dir;
+    const QString copyPath = dir.file(QStringLiteral("copy.db"));
+    QProcess shell;
+    shell.start(QStringLiteral("sqlite3"), {QStringLiteral("-bail"), copyPath});
+    ASSERT_TRUE(shell.waitForStarted());
+    shell.write(script.toUtf8());
+    shell.closeWriteChannel();
+    ASSERT_TRUE(shell.waitForFinished(60000));
+    ASSERT_EQ(shell.exitCode(), 0) << shell.readAllStandardError().toStdString() << script.toStdString();
+
+    ASSERT_TRUE(brindle::SQLite3Driver->sqlite3drv_load_library(brindle::SQLITE_INTERNAL_LIB));
+    QStringList reports[2];
+    int k = 0;
+    for (const QString& path : {sourcePath, copyPath}) {
+        brindle::TDLSQLiteDatabase db;
+        db.FShowWaitCursor = false;
+        db.SetFileName(path);
+        db.SetReadOnly(true);
+        db.SetConnected(true);
+        reports[k++] = brindle::test::CatalogueReport(db);
+    }
+    brindle::SQLite3Driver->sqlite3drv_unload_library();
+    EXPECT_EQ(brindle::test::ReportDifferences(reports[0], reports[1]).join(u'\n').toStdString(), "")
+        << script.toStdString();
+}
+
 // The script runs as it stands in the engine's own shell and recreates the
 // demo database's schema.
 TEST(Cli, SchemaRecreatesTheDemoDatabase) {
@@ -111,30 +149,41 @@ TEST(Cli, SchemaRecreatesTheDemoDatabase) {
     EXPECT_FALSE(r.out.contains(QLatin1String("TABLE [sqlite_")));
     EXPECT_TRUE(r.out.contains(QLatin1String("-- customers_name_idx: the definitions cannot carry an expression")));
 
-    brindle::test::TempDir dir;
-    const QString copyPath = dir.file(QStringLiteral("copy.db"));
-    QProcess shell;
-    shell.start(QStringLiteral("sqlite3"), {QStringLiteral("-bail"), copyPath});
-    ASSERT_TRUE(shell.waitForStarted());
-    shell.write(r.out.toUtf8());
-    shell.closeWriteChannel();
-    ASSERT_TRUE(shell.waitForFinished(60000));
-    ASSERT_EQ(shell.exitCode(), 0) << shell.readAllStandardError().toStdString();
+    ExpectSchemaRunsBackThroughTheShell(QStringLiteral(DEMO_DB), r.out);
+}
 
+// Names the engine takes although they are keywords, in every place a
+// schema has names: tables, columns, indexes, triggers, views, the columns
+// of UPDATE OF, collations and orders of index columns.
+TEST(Cli, SchemaOfKeywordNamesRecreatesTheDatabase) {
+    brindle::test::TempDir dir;
+    const QString path = dir.file(QStringLiteral("keywords.db"));
     ASSERT_TRUE(brindle::SQLite3Driver->sqlite3drv_load_library(brindle::SQLITE_INTERNAL_LIB));
-    brindle::InstallSQLParserServices();
-    QStringList reports[2];
-    int k = 0;
-    for (const QString& path : {QStringLiteral(DEMO_DB), copyPath}) {
+    {
         brindle::TDLSQLiteDatabase db;
         db.FShowWaitCursor = false;
         db.SetFileName(path);
-        db.SetReadOnly(true);
-        db.SetConnected(true);
-        reports[k++] = brindle::test::CatalogueReport(db);
+        db.CreateDatabase(0, 4096, QStringLiteral("UTF-8"), QString());
+        db.Execute(QStringLiteral(R"sql(
+CREATE TABLE plan (key INTEGER PRIMARY KEY DESC, total REAL, row INT, action TEXT COLLATE NOCASE, "end" TEXT,
+                   query TEXT DEFAULT ('a' || 'b'), temp INT, match TEXT, replace TEXT, desc TEXT);
+CREATE TABLE "window" (filter INT, count INT, key TEXT REFERENCES plan (key), PRIMARY KEY (filter, count)) WITHOUT ROWID;
+CREATE UNIQUE INDEX key ON plan (action COLLATE BINARY DESC, total);
+CREATE INDEX row ON plan (row DESC, match COLLATE NOCASE, replace);
+CREATE INDEX "window.filter" ON "window" (key) WHERE key IS NOT NULL;
+CREATE TABLE log (m TEXT);
+CREATE TRIGGER action AFTER UPDATE OF total, row ON plan BEGIN INSERT INTO log VALUES ('a'); END;
+CREATE TRIGGER "plan" BEFORE UPDATE OF temp ON main.plan WHEN new.end IS NOT NULL BEGIN SELECT 1; END;
+CREATE TRIGGER query AFTER DELETE ON "window" FOR EACH ROW BEGIN DELETE FROM plan WHERE key = old.key; END;
+CREATE VIEW total AS SELECT key, total, row FROM plan -- keyword columns
+;
+CREATE TRIGGER match INSTEAD OF INSERT ON total BEGIN INSERT INTO plan (total) VALUES (new.total); END;
+)sql"));
     }
     brindle::SQLite3Driver->sqlite3drv_unload_library();
-    EXPECT_EQ(brindle::test::ReportDifferences(reports[0], reports[1]).join(u'\n').toStdString(), "");
+    const Result r = run({QStringLiteral("schema"), path});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    ExpectSchemaRunsBackThroughTheShell(path, r.out);
 }
 
 TEST(Cli, SchemaOfOneObject) {
@@ -165,7 +214,6 @@ TEST(Cli, TreePrintsTheWholeDemoDatabaseWithRecordCounts) {
     EXPECT_TRUE(tables < virtualTables && virtualTables < shadowTables && shadowTables < views);
 
     ASSERT_TRUE(brindle::SQLite3Driver->sqlite3drv_load_library(brindle::SQLITE_INTERNAL_LIB));
-    brindle::InstallSQLParserServices();
     {
         brindle::TDLSQLiteDatabase db;
         db.FShowWaitCursor = false;

@@ -28,6 +28,7 @@ inline void AskEveryQuestion(TSQLParser& p) {
     p.GetTriggerDatabaseName();
     p.GetVirtualTableModule();
     p.GetIndexWhereClause();
+    p.GetIndexColumns();
     p.GetIndexCollateOption(QStringLiteral("a"));
     p.GetIndexFieldSortOrder(QStringLiteral("a"));
     p.ReplaceTableNameInTrigger(QStringLiteral("x"));

@@ -41,7 +41,7 @@ protected:
     }
     // The text as expected, and run by the engine.
     void ExpectSQL(const QString& actual, const QString& expected) {
-        EXPECT_EQ(actual, expected);
+        EXPECT_EQ(actual.toStdString(), expected.toStdString());
         EXPECT_NO_THROW(db.Execute(actual)) << actual.toStdString();
     }
     TDLSQLiteDatabase db;
@@ -56,7 +56,9 @@ TEST(DefaultToSQLTest, WrapsOnlyComplexNonLiterals) {
         {"'a'", "'a'"},
         {"a b", "a b"},
         {"a+b", "(a+b)"},
-        {"'x'||'y'", "'x'||'y'"},
+        {"'x'||'y'", "('x'||'y')"},
+        {"'it''s'", "'it''s'"},
+        {"'a' 'b'", "('a' 'b')"},
         {"\"q\"", "\"q\""},
         {"`q`", "`q`"},
         {"'", "(')"},
@@ -105,8 +107,13 @@ TEST_F(ObjectDefsTest, PrimaryKeyForms) {
         bool Autoincrement;
         const char* Expected;
     } cases[] = {
-        {"integer", "", "id", "", "DESC", false,
+        {"integer", "", "id", "", "ASC", false,
          "CREATE TABLE [t] (\r\n  [id] integer PRIMARY KEY, \r\n  [x] TEXT);"},
+        // Descending, the column is no rowid, and only this form says so.
+        {"integer", "", "id", "", "DESC", false,
+         "CREATE TABLE [t] (\r\n  [id] integer PRIMARY KEY DESC, \r\n  [x] TEXT);"},
+        {"INTEGER", "NOCASE", "id", "NOCASE", "DESC", false,
+         "CREATE TABLE [t] (\r\n  [id] INTEGER PRIMARY KEY DESC COLLATE NOCASE, \r\n  [x] TEXT);"},
         {"INTEGER", "", "id", "NOCASE", "", false,
          "CREATE TABLE [t] (\r\n  [id] INTEGER, \r\n  [x] TEXT, \r\n  CONSTRAINT [pk] PRIMARY KEY ([id] "
          "COLLATE NOCASE));"},
@@ -223,13 +230,15 @@ TEST_F(ObjectDefsTest, ViewsAndVirtualTables) {
     TDLViewDef v(QStringLiteral("main.v"), QStringLiteral("select a\r\nfrom t"));
     v.AddTrigger(QStringLiteral("vt"),
                  QStringLiteral("CREATE TRIGGER vt INSTEAD OF DELETE ON v BEGIN DELETE FROM t; END"));
-    // No ";" behind the select: view and triggers run one by one.
-    EXPECT_EQ(v.GetCreateSQL(true, true),
-              Lines({"CREATE VIEW [main].[v] AS ", "select a", "from t",
-                     "CREATE TRIGGER vt INSTEAD OF DELETE ON v BEGIN DELETE FROM t; END"}));
+    // No ";" behind the view alone; with triggers every statement ends.
     ExpectSQL(v.GetCreateSQL(true, false), Lines({"CREATE VIEW [main].[v] AS ", "select a", "from t"}));
+    db.Execute(QStringLiteral("drop view v"));
+    ExpectSQL(v.GetCreateSQL(true, true),
+              Lines({"CREATE VIEW [main].[v] AS ", "select a", "from t;",
+                     "CREATE TRIGGER vt INSTEAD OF DELETE ON v BEGIN DELETE FROM t; END;"}));
+    db.Execute(QStringLiteral("drop trigger vt"));
     ExpectSQL(v.GetCreateSQL(false, true),
-              Lines({"", "CREATE TRIGGER vt INSTEAD OF DELETE ON v BEGIN DELETE FROM t; END"}));
+              Lines({"", "CREATE TRIGGER vt INSTEAD OF DELETE ON v BEGIN DELETE FROM t; END;"}));
     v.FIsTemporary = true;
     v.FViewName = QStringLiteral("tv");
     ExpectSQL(v.GetCreateSQL(true, false), Lines({"CREATE TEMPORARY VIEW [tv] AS ", "select a", "from t"}));
@@ -240,6 +249,29 @@ TEST_F(ObjectDefsTest, ViewsAndVirtualTables) {
               Lines({"CREATE VIRTUAL TABLE [main].[docs] USING fts4 (", "title, body);"}));
     TDLVirtualTableDef bare(QStringLiteral("bare"), QStringLiteral("fts4"), QStringLiteral(" \r\n "));
     ExpectSQL(bare.GetCreateSQL(), QStringLiteral("CREATE VIRTUAL TABLE [bare] USING fts4;"));
+}
+
+// Text of several statements runs whole as a script, whatever the texts
+// kept verbatim end with: two triggers, a select ending in a comment.
+TEST_F(ObjectDefsTest, SeveralStatementsRunAsOneScript) {
+    TDLTableDef t(QStringLiteral("t"));
+    t.AddField(QStringLiteral("a"), QStringLiteral("INT"));
+    TDLIndexFieldDefs column;
+    column.AddField(QStringLiteral("a"));
+    t.AddIndex(QStringLiteral("ta"), std::move(column), 0);
+    t.AddTrigger(QStringLiteral("t1"),
+                 QStringLiteral("CREATE TRIGGER t1 AFTER INSERT ON t BEGIN SELECT 1; END"));
+    t.AddTrigger(QStringLiteral("t2"),
+                 QStringLiteral("CREATE TRIGGER t2 AFTER DELETE ON t BEGIN SELECT 2; END -- c"));
+    TDLViewDef v(QStringLiteral("v"), QStringLiteral("select a from t -- every row"));
+    v.AddTrigger(QStringLiteral("v1"),
+                 QStringLiteral("CREATE TRIGGER v1 INSTEAD OF DELETE ON v BEGIN SELECT 3; END"));
+    v.AddTrigger(QStringLiteral("v2"),
+                 QStringLiteral("CREATE TRIGGER v2 INSTEAD OF INSERT ON v BEGIN SELECT 4; END;"));
+    ASSERT_NO_THROW(db.Execute(t.GetCreateSQL(true, true, true) + v.GetCreateSQL(true, true)));
+    QStringList names;
+    db.GetValues(QStringLiteral("select name from sqlite_master order by name"), names);
+    EXPECT_EQ(names.join(u' '), QStringLiteral("t t1 t2 ta v v1 v2"));
 }
 
 }  // namespace

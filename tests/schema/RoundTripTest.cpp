@@ -30,6 +30,7 @@ protected:
         db->SetFileName(dir.file(name));
         db->SetAliasName(name);
         db->CreateDatabase(0, 4096, QStringLiteral("UTF-8"), QString());
+        db->Execute(QStringLiteral("pragma synchronous = off"));  // scratch files: no waiting for the disk
         return db;
     }
 
@@ -67,4 +68,35 @@ TEST_F(RoundTrip, CorpusRecreatesWhatTheEngineReports) {
         EXPECT_EQ(QString(GetSchemaScript(*copy)).replace(autoNumber, QStringLiteral("\\1N")).toStdString(),
                   QString(script).replace(autoNumber, QStringLiteral("\\1N")).toStdString());
     }
+}
+
+// A table's text with its indexes and several triggers runs as one script,
+// and runs whole or not at all.
+TEST_F(RoundTrip, TableWithIndexesAndTriggersIsCreatedWholeOrNotAtAll) {
+    auto original = NewDatabase(QStringLiteral("whole-a.db"));
+    original->Execute(QStringLiteral(
+        "CREATE TABLE log (m TEXT);"
+        "CREATE TABLE plan (id INTEGER PRIMARY KEY, key TEXT, total INT);"
+        "CREATE INDEX plan_key ON plan (key COLLATE NOCASE DESC);"
+        "CREATE TRIGGER t1 AFTER INSERT ON plan BEGIN INSERT INTO log VALUES ('i'); END;"
+        "CREATE TRIGGER t2 AFTER UPDATE OF total ON plan BEGIN INSERT INTO log VALUES ('u'); END;"
+        "CREATE TRIGGER t3 AFTER DELETE ON plan BEGIN INSERT INTO log VALUES ('d'); END;"));
+    TDLTableDef def;
+    ReadTableDef(*original, QStringLiteral("plan"), def);
+    ASSERT_EQ(def.TriggerCount(), 3);
+
+    auto copy = NewDatabase(QStringLiteral("whole-b.db"));
+    copy->Execute(QStringLiteral("CREATE TABLE log (m TEXT)"));
+    ASSERT_NO_THROW(CreateTable(*copy, def, true, true, true));
+    EXPECT_EQ(ReportDifferences(CatalogueReport(*original), CatalogueReport(*copy)).join(u'\n').toStdString(),
+              "");
+
+    // The last statement fails: nothing of the text stays.
+    def.AddTrigger(QStringLiteral("bad"),
+                   QStringLiteral("CREATE TRIGGER bad AFTER INSERT ON nosuch BEGIN SELECT 1; END"));
+    auto failed = NewDatabase(QStringLiteral("whole-c.db"));
+    EXPECT_THROW(CreateTable(*failed, def, true, true, true), ECustomException);
+    EXPECT_EQ(failed->GetStringValue(QStringLiteral("select count(*) from sqlite_master")),
+              QStringLiteral("0"));
+    EXPECT_FALSE(failed->GetInTransaction());
 }

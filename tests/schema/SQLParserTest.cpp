@@ -37,7 +37,8 @@ TEST(SQLParser, LabelsFollowTheFixtures) {
         QStringList expected;
         for (const QString& line : c.Expected)
             if (!line.trimmed().isEmpty()) expected << line.trimmed();
-        EXPECT_EQ(Labels(p), expected.join(u'\n')) << "labels.txt:" << c.Line << " " << c.Name.toStdString();
+        EXPECT_EQ(Labels(p).toStdString(), expected.join(u'\n').toStdString())
+            << "labels.txt:" << c.Line << " " << c.Name.toStdString();
     }
 }
 
@@ -143,6 +144,17 @@ TEST(SQLParser, StatementQuestions) {
     EXPECT_EQ(
         GetTriggerDatabaseName(S("create trigger main.t after delete on x begin delete from aux.y; end")),
         QString());
+
+    // Splitting is the scanner's and needs nothing installed; any other
+    // question asked before the parser answers stops the program.
+    EXPECT_DEATH(
+        {
+            SetSQLTextServices({});
+            QStringList pieces;
+            ParseSQL(S("select 1; select 2"), pieces, true);
+            if (pieces.size() == 2) GetSQLCommand(S("select 1"));
+        },
+        "SQL text services used before InstallSQLParserServices");
 }
 
 TEST(SQLParser, RolesLeadToVerbatimText) {
@@ -222,6 +234,66 @@ protected:
 };
 
 }  // namespace
+
+// The keyword table says for each word whether the engine takes it for a
+// name; the engine, asked with every keyword it knows and those only the
+// labeller knows, must agree: as a column at all, read back as that column
+// in an expression, and as an alias without AS.
+TEST_F(ParserDatabaseTest, KeywordsStandAsNamesWhereTheEngineTakesThem) {
+    const QStringList words =
+        S("ABORT ACTION ADD AFTER ALL ALTER ALWAYS ANALYZE AND AS ASC ATTACH AUTOINCREMENT BEFORE BEGIN "
+          "BETWEEN BY "
+          "CASCADE CASE CAST CHECK COLLATE COLUMN COMMIT CONFLICT CONSTRAINT CREATE CROSS CURRENT "
+          "CURRENT_DATE "
+          "CURRENT_TIME CURRENT_TIMESTAMP DATABASE DEFAULT DEFERRABLE DEFERRED DELETE DESC DETACH DISTINCT "
+          "DO DROP "
+          "EACH ELSE END ESCAPE EXCEPT EXCLUDE EXCLUSIVE EXISTS EXPLAIN FAIL FILTER FIRST FOLLOWING FOR "
+          "FOREIGN FROM "
+          "FULL GENERATED GLOB GROUP GROUPS HAVING IF IGNORE IMMEDIATE IN INDEX INDEXED INITIALLY INNER "
+          "INSERT "
+          "INSTEAD INTERSECT INTO IS ISNULL JOIN KEY LAST LEFT LIKE LIMIT MATCH MATERIALIZED NATURAL NO NOT "
+          "NOTHING "
+          "NOTNULL NULL NULLS OF OFFSET ON OR ORDER OTHERS OUTER OVER PARTITION PLAN PRAGMA PRECEDING "
+          "PRIMARY QUERY "
+          "RAISE RANGE RECURSIVE REFERENCES REGEXP REINDEX RELEASE RENAME REPLACE RESTRICT RETURNING RIGHT "
+          "ROLLBACK "
+          "ROW ROWS SAVEPOINT SELECT SET TABLE TEMP TEMPORARY THEN TIES TO TRANSACTION TRIGGER UNBOUNDED "
+          "UNION "
+          "UNIQUE UPDATE USING VACUUM VALUES VIEW VIRTUAL WHEN WHERE WINDOW WITH WITHOUT "
+          "AVG COUNT MAX MIN SUM TOTAL LOAD_EXTENSION ASCENDING DESCENDING")
+            .split(u' ');
+    auto runs = [this](const QString& sql) {
+        try {
+            db->Execute(sql);
+            return true;
+        } catch (const ECustomException&) {
+            return false;
+        }
+    };
+    db->Execute(S("begin"));  // a failed statement leaves the transaction open
+    int checked = 0;
+    for (const QString& word : words) {
+        const TSQLKeyword* row = nullptr;
+        for (const TSQLKeyword* k : KeywordCandidates(word))
+            if (k->WordCount == 1) row = k;
+        if (!row) continue;  // an unknown word to the labeller: a name anyway
+        ++checked;
+        const QString table = QStringLiteral("k%1").arg(checked);
+        const bool column =
+            runs(QStringLiteral("create table %1(%2 int); insert into %1 values (1)").arg(table, word));
+        const bool expression =
+            column && runs(QStringLiteral("select typeof(%2) from %1").arg(table, word)) &&
+            db->GetStringValue(QStringLiteral("select typeof(%2) from %1").arg(table, word)) == u"integer";
+        const bool alias = runs(QStringLiteral("select 1 %1").arg(word));
+        const TKeywordAsName engine = !column       ? kaReserved
+                                      : !expression ? kaNotInExpression
+                                      : !alias      ? kaNotAlias
+                                                    : kaName;
+        EXPECT_EQ(row->AsName, engine) << word.toStdString();
+    }
+    db->Execute(S("rollback"));
+    EXPECT_GT(checked, 120);
+}
 
 TEST_F(ParserDatabaseTest, ScriptsWithTriggerBodiesRunWhole) {
     db->Execute(S(R"sql(

@@ -169,3 +169,24 @@ TEST(SQLReaders, TablesAndFieldsOfAQuery) {
     EXPECT_EQ(fields[2].FieldName, S("*"));
     EXPECT_EQ(fields[2].TableIndex, 1);
 }
+
+// Names that are keywords to the labeller but names to the engine: every
+// column and table of the query is found, qualified ones with their table.
+TEST(SQLReaders, KeywordNamedTablesAndFieldsOfAQuery) {
+    const QString sql =
+        S("select id, total, t.key, main.plan.row, key as desc, count(*) from main.plan t, query where row > "
+          "0");
+    std::vector<TTableInfoRec> tables;
+    GetTableInfoFromSQL(sql, tables);
+    ASSERT_EQ(tables.size(), 2u);
+    EXPECT_EQ(tables[0].DatabaseName + u'.' + tables[0].TableName + u' ' + tables[0].TableAlias,
+              S("main.plan t"));
+    EXPECT_EQ(tables[1].TableName, S("query"));
+
+    std::vector<TFieldInfoRec> fields;
+    GetFieldInfoFromSQL(sql, fields, tables);
+    QStringList seen;
+    for (const TFieldInfoRec& f : fields)
+        seen << QStringLiteral("%1:%2:%3").arg(f.FinalName).arg(f.FieldName).arg(f.TableIndex);
+    EXPECT_EQ(seen.join(u' '), S("id:id:-1 total:total:-1 key:key:0 row:row:0 desc:key:-1"));
+}

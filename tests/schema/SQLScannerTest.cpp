@@ -3,8 +3,8 @@
 #include "SQLCases.h"
 
 #include "ExerciseParser.h"
+#include "engine/SQLScanner.h"
 #include "schema/DLSQLiteParser.h"
-#include "schema/SQLScanner.h"
 
 #include <gtest/gtest.h>
 #include <QElapsedTimer>
@@ -339,4 +339,12 @@ TEST(SQLScannerRobustness, HugeSingleLines) {
     QString soup = RandomSoup(rng, 600000);
     soup.replace(u'\n', u' ');
     CheckHugeText("token soup", soup);
+}
+
+TEST(SQLScanner, EndStatementFollowsTheFixtures) {
+    const std::vector<TSQLCase> cases = ReadSQLCases(QStringLiteral("end.txt"));
+    ASSERT_GT(cases.size(), 5u);
+    for (const TSQLCase& c : cases)
+        EXPECT_EQ(EndStatement(c.Input).toStdString(), c.Expected.join(u'\n').trimmed().toStdString())
+            << "end.txt:" << c.Line << " " << c.Name.toStdString();
 }

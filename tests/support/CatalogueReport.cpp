@@ -38,6 +38,61 @@ QStringList ClauseWords(QString sql) {
     return found;
 }
 
+// A trigger's head and body, read by patterns rather than by the parser
+// under test: the head as its tokens behind the trigger's name, comments
+// dropped, names unquoted and every word upper case (the engine compares
+// names so); the body verbatim from its BEGIN.
+QStringList TriggerHeadAndBody(const QString& sql) {
+    static const QRegularExpression token(
+        QStringLiteral(
+            "'(?:[^']|'')*'|\"(?:[^\"]|\"\")*\"|`(?:[^`]|``)*`|\\[[^\\]]*\\]|--[^\n]*|/\\*.*?(?:\\*/|$)|"
+            "[A-Za-z_\\x{80}-\\x{10FFFF}][A-Za-z0-9_$\\x{80}-\\x{10FFFF}]*|[0-9][0-9.]*|[<>=!|]+|\\S"),
+        QRegularExpression::DotMatchesEverythingOption);
+    struct TToken {
+        QString Text;
+        qsizetype Start;
+    };
+    std::vector<TToken> tokens;
+    for (auto it = token.globalMatch(sql); it.hasNext();) {
+        const QRegularExpressionMatch m = it.next();
+        const QString t = m.captured(0);
+        if (t.startsWith(QLatin1String("--")) || t.startsWith(QLatin1String("/*"))) continue;
+        QString shown = t;
+        if (t.startsWith(u'"') || t.startsWith(u'`'))
+            shown = t.mid(1, t.size() - 2).replace(QString(2, t[0]), QString(t[0])).toUpper();
+        else if (t.startsWith(u'['))
+            shown = t.mid(1, t.size() - 2).toUpper();
+        else if (!t.startsWith(u'\''))
+            shown = t.toUpper();
+        tokens.push_back({shown, m.capturedStart(0)});
+    }
+    // The body's BEGIN opens a statement; a column or table named begin
+    // stands behind OF, a comma, ON or a dot.
+    static const QStringList statements{QStringLiteral("SELECT"),  QStringLiteral("INSERT"),
+                                        QStringLiteral("UPDATE"),  QStringLiteral("DELETE"),
+                                        QStringLiteral("REPLACE"), QStringLiteral("WITH"),
+                                        QStringLiteral("VALUES")};
+    size_t begin = tokens.size();
+    for (size_t i = 3; i + 1 < tokens.size() && begin == tokens.size(); ++i) {
+        const QString& before = tokens[i - 1].Text;
+        if (tokens[i].Text == u"BEGIN" && before != u"OF" && before != u"," && before != u"ON" &&
+            before != u"." && statements.contains(tokens[i + 1].Text))
+            begin = i;
+    }
+    QStringList head;
+    for (size_t i = 3; i < begin; ++i) {  // behind CREATE TRIGGER name
+        // The table of a trigger kept in a database is in that database:
+        // naming it there says nothing more.
+        if (i >= 4 && tokens[i - 1].Text == u"ON" && i + 1 < begin && tokens[i + 1].Text == u".") {
+            ++i;
+            continue;
+        }
+        head << tokens[i].Text;
+    }
+    return {QStringLiteral("head ") + head.join(u' '),
+            QStringLiteral("body ") + (begin < tokens.size() ? sql.mid(tokens[begin].Start) : QString())};
+}
+
 }  // namespace
 
 QStringList CatalogueReport(TDLSQLiteDatabase& db) {
@@ -51,9 +106,12 @@ QStringList CatalogueReport(TDLSQLiteDatabase& db) {
         if (type == u"trigger" || type == u"index") {
             // Automatic indexes are reported with their table.
             if (!name.startsWith(QLatin1String("sqlite_autoindex_"))) lines << head + QStringLiteral("on ") + table;
+            if (type == u"trigger")
+                for (const QString& part : TriggerHeadAndBody(sql)) lines << head + part;
             continue;
         }
-        const QString q = QuoteIdentifier(name);
+        // Double quotes hold any name.
+        const QString q = u'"' + QString(name).replace(u'"', QStringLiteral("\"\"")) + u'"';
         AddRows(db, head + QStringLiteral("column "), QStringLiteral("pragma table_xinfo(%1)").arg(q), lines);
         if (type != u"table") continue;
         AddRows(db, head + QStringLiteral("fk "), QStringLiteral("pragma foreign_key_list(%1)").arg(q), lines);

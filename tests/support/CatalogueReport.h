@@ -1,7 +1,7 @@
 // What the engine itself reports of a database's schema, as sorted text
-// lines: columns, indexes with their key columns, foreign keys, triggers,
-// view columns, and the check and deferral texts read from the stored
-// CREATE statements (no pragma gives those). Two databases with equal
+// lines: columns, indexes with their key columns, foreign keys, triggers
+// with their heads and bodies, view columns, and the check and deferral
+// texts read from the stored CREATE statements (no pragma gives those). Two databases with equal
 // reports behave alike for every row they will ever hold.
 #pragma once
 

@@ -207,6 +207,40 @@ TEST_F(DBTreeTest, RefreshKeepsTheNodesOfObjectsStillThere) {
     EXPECT_FALSE(Marked(Child(db, u"b"_s)));
 }
 
+// A view over a dropped table cannot be read; every other object still shows,
+// the broken one too (so that it can be dropped), and the database's node
+// tells what failed until a refresh reads everything again.
+TEST_F(DBTreeTest, AnObjectThatCannotBeReadHidesNothingAndTheNodeTellsWhy) {
+    TDLSQLiteDatabase& x =
+        Open(u"x"_s,
+             u"create table good(a); create table gone(b); create view bad as select b from gone;"
+             "create view fine as select a from good"_s);
+    QTreeWidgetItem* db = Node(u"x"_s);
+    const qint64 healthy = db->icon(0).cacheKey();
+    EXPECT_FALSE(db->toolTip(0).contains(u"error"_s, Qt::CaseInsensitive));
+
+    ASSERT_NO_THROW(Elsewhere(u"x"_s, u"drop table gone"_s));
+    EXPECT_EQ(Texts(db), (QStringList{"good", "bad", "fine"}));
+    EXPECT_TRUE(db->toolTip(0).startsWith(x.FileName())) << db->toolTip(0).toStdString();
+    EXPECT_TRUE(db->toolTip(0).contains(u"Error refreshing schema for view \"main.bad\""_s))
+        << db->toolTip(0).toStdString();
+    EXPECT_TRUE(db->toolTip(0).contains(u"no such table"_s)) << db->toolTip(0).toStdString();
+    EXPECT_NE(db->icon(0).cacheKey(), healthy);
+    EXPECT_EQ(tree->NodeObject(Child(db, u"bad"_s)),
+              list.FindMetadataByAliasName(u"x"_s)->FindView(u"bad"_s));
+
+    // A database opened in this state shows the same.
+    TDLDBTree late(list);
+    late.AddDatabase(x);
+    EXPECT_EQ(Texts(late.FindNodeByAliasName(u"x"_s)), (QStringList{"good", "bad", "fine"}));
+    EXPECT_TRUE(late.FindNodeByAliasName(u"x"_s)->toolTip(0).contains(u"no such table"_s));
+
+    ASSERT_NO_THROW(Elsewhere(u"x"_s, u"drop view bad"_s));
+    EXPECT_EQ(Texts(db), (QStringList{"good", "fine"}));
+    EXPECT_EQ(db->toolTip(0), x.FileName());
+    EXPECT_EQ(db->icon(0).cacheKey(), healthy);
+}
+
 TEST_F(DBTreeTest, TempAndAttachedDatabasesAreGroupsThatComeAndGo) {
     Open(u"side"_s, u"create table s(x); create view sv as select * from s"_s);
     TDLSQLiteDatabase& db = Open(u"x"_s, u"create table t(x)"_s);

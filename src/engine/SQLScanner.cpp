@@ -229,6 +229,7 @@ qsizetype ScanLimit(const QString& text) {
 struct TKeywordRow {
     const char* Phrase;
     TSQLTokenType Type;
+    TKeywordAsName AsName = kaReserved;
 };
 
 constexpr TKeywordRow KeywordRows[] = {
@@ -239,10 +240,10 @@ constexpr TKeywordRow KeywordRows[] = {
     {"SET NULL", stSetNull},
     {"SET DEFAULT", stSetDefault},
     {"DEFAULT VALUES", stDefaultValues},
-    {"CASCADE", stCascade},
-    {"RESTRICT", stRestrict},
+    {"CASCADE", stCascade, kaName},
+    {"RESTRICT", stRestrict, kaName},
     {"NO ACTION", stNoAction},
-    {"MATCH", stMatch},
+    {"MATCH", stMatch, kaNotAlias},
     {"NOT DEFERRABLE", stNotDeferrable},
     {"DEFERRABLE", stDeferrable},
     {"INITIALLY DEFERRED", stInitiallyDeferred},
@@ -252,9 +253,9 @@ constexpr TKeywordRow KeywordRows[] = {
     {"UPDATE", stUpdate},
     {"INSERT", stInsert},
     {"DELETE", stDelete},
-    {"BEGIN", stBegin},
+    {"BEGIN", stBegin, kaName},
     {"COMMIT", stCommit},
-    {"DATABASE", stDatabase},
+    {"DATABASE", stDatabase, kaName},
     {"TRANSACTION", stTransaction},
     {"CREATE TABLE", stCreateTable},
     {"CREATE VIRTUAL TABLE", stCreateVirtualTable},
@@ -274,44 +275,44 @@ constexpr TKeywordRow KeywordRows[] = {
     {"INDEX", stIndex},
     {"ALTER TABLE", stAlterTable},
     {"ALTER", stAlter},
-    {"ANALYZE", stAnalyze},
+    {"ANALYZE", stAnalyze, kaName},
     {"*", stAllFields},
-    {"ATTACH", stAttach},
-    {"TEMPORARY", stTemporary},
-    {"TEMP", stTemporary},
+    {"ATTACH", stAttach, kaName},
+    {"TEMPORARY", stTemporary, kaName},
+    {"TEMP", stTemporary, kaName},
     {"DETACH DATABASE", stDetach},
-    {"DETACH", stDetach},
+    {"DETACH", stDetach, kaName},
     {"DROP TABLE", stDropTable},
     {"DROP INDEX", stDropIndex},
     {"DROP VIEW", stDropView},
     {"DROP TRIGGER", stDropTrigger},
     {"DROP", stDrop},
-    {"ROLLBACK", stRollback},
-    {"REPLACE", stReplace},
-    {"REINDEX", stReindex},
-    {"PRAGMA", stPragma},
-    {"EXPLAIN", stExplain},
-    {"VACUUM", stVacuum},
+    {"ROLLBACK", stRollback, kaName},
+    {"REPLACE", stReplace, kaName},
+    {"REINDEX", stReindex, kaName},
+    {"PRAGMA", stPragma, kaName},
+    {"EXPLAIN", stExplain, kaName},
+    {"VACUUM", stVacuum, kaName},
     {"LIMIT", stLimit},
-    {"OFFSET", stOffset},
-    {"END", stEnd},
+    {"OFFSET", stOffset, kaName},
+    {"END", stEnd, kaName},
     {"DISTINCT", stDistinct},
-    {"ASC", stAscending},
-    {"ASCENDING", stAscending},
-    {"DESC", stDescending},
-    {"DESCENDING", stDescending},
+    {"ASC", stAscending, kaName},
+    {"ASCENDING", stAscending, kaName},
+    {"DESC", stDescending, kaName},
+    {"DESCENDING", stDescending, kaName},
     {"AUTOINCREMENT", stAutoincrement},
     {"AND", stAnd},
     {"OR", stOr},
     {"ON CONFLICT", stOnConflict},
     {"ON", stOn},
     {"AS", stAs},
-    {"LIKE", stLike},
+    {"LIKE", stLike, kaNotAlias},
     {"FROM", stFrom},
     {"WHERE", stWhere},
     {"HAVING", stHaving},
     {"UNION", stUnion},
-    {"PLAN", stPlan},
+    {"PLAN", stPlan, kaName},
     {"COLLATE", stCollate},
     {"CONSTRAINT", stConstraint},
     {"UNIQUE", stUnique},
@@ -327,16 +328,16 @@ constexpr TKeywordRow KeywordRows[] = {
     {"DEFAULT", stDefault},
     {"INTO", stInto},
     {"ALL", stAll},
-    {"AVG", stAvg},
-    {"COUNT", stCount},
-    {"MAX", stMax},
-    {"MIN", stMin},
-    {"SUM", stSum},
-    {"TOTAL", stTotal},
+    {"AVG", stAvg, kaName},
+    {"COUNT", stCount, kaName},
+    {"MAX", stMax, kaName},
+    {"MIN", stMin, kaName},
+    {"SUM", stSum, kaName},
+    {"TOTAL", stTotal, kaName},
     {"CHECK", stCheck},
     {"PRIMARY KEY", stPrimaryKey},
-    {"BEFORE", stBefore},
-    {"AFTER", stAfter},
+    {"BEFORE", stBefore, kaName},
+    {"AFTER", stAfter, kaName},
     {"INTERSECT", stIntersect},
     {"EXCEPT", stExcept},
     {"INSTEAD OF", stInsteadOf},
@@ -347,66 +348,66 @@ constexpr TKeywordRow KeywordRows[] = {
     {"QUERY PLAN", stQueryPlan},
     {"WHEN", stWhen},
     {"TO", stTo},
-    {"SAVEPOINT", stSavepoint},
-    {"RELEASE", stRelease},
+    {"SAVEPOINT", stSavepoint, kaName},
+    {"RELEASE", stRelease, kaName},
     {"TABLE", stTable},
-    {"VIEW", stView},
-    {"TRIGGER", stTrigger},
-    {"VIRTUAL", stVirtual},
-    {"LOAD_EXTENSION", stLoadExtension},
-    {"ABORT", stAbort},
-    {"ACTION", stAction},
+    {"VIEW", stView, kaName},
+    {"TRIGGER", stTrigger, kaName},
+    {"VIRTUAL", stVirtual, kaName},
+    {"LOAD_EXTENSION", stLoadExtension, kaName},
+    {"ABORT", stAbort, kaName},
+    {"ACTION", stAction, kaName},
     {"ADD", stAdd},
     {"BETWEEN", stBetween},
-    {"BY", stBy},
+    {"BY", stBy, kaName},
     {"CASE", stCase},
-    {"CAST", stCast},
-    {"COLUMN", stColumn},
-    {"CONFLICT", stConflict},
-    {"CROSS", stCross},
-    {"CURRENT_DATE", stCurrentDate},
-    {"CURRENT_TIME", stCurrentTime},
-    {"CURRENT_TIMESTAMP", stCurrentTimestamp},
-    {"DEFERRED", stDeferred},
-    {"EACH", stEach},
+    {"CAST", stCast, kaNotInExpression},
+    {"COLUMN", stColumn, kaName},
+    {"CONFLICT", stConflict, kaName},
+    {"CROSS", stCross, kaNotAlias},
+    {"CURRENT_DATE", stCurrentDate, kaNotInExpression},
+    {"CURRENT_TIME", stCurrentTime, kaNotInExpression},
+    {"CURRENT_TIMESTAMP", stCurrentTimestamp, kaNotInExpression},
+    {"DEFERRED", stDeferred, kaName},
+    {"EACH", stEach, kaName},
     {"ELSE", stElse},
     {"ESCAPE", stEscape},
-    {"EXCLUSIVE", stExclusive},
+    {"EXCLUSIVE", stExclusive, kaName},
     {"EXISTS", stExists},
-    {"FAIL", stFail},
-    {"FOR", stFor},
+    {"FAIL", stFail, kaName},
+    {"FOR", stFor, kaName},
     {"FOREIGN", stForeign},
-    {"FULL", stFull},
-    {"GLOB", stGlob},
+    {"FULL", stFull, kaNotAlias},
+    {"GLOB", stGlob, kaNotAlias},
     {"GROUP", stGroup},
-    {"IF", stIf},
-    {"IGNORE", stIgnore},
-    {"IMMEDIATE", stImmediate},
+    {"IF", stIf, kaName},
+    {"IGNORE", stIgnore, kaName},
+    {"IMMEDIATE", stImmediate, kaName},
     {"IN", stIn},
-    {"INDEXED", stIndexed},
-    {"INITIALLY", stInitially},
-    {"INNER", stInner},
-    {"INSTEAD", stInstead},
+    {"INDEXED", stIndexed, kaNotAlias},
+    {"INITIALLY", stInitially, kaName},
+    {"INNER", stInner, kaNotAlias},
+    {"INSTEAD", stInstead, kaName},
     {"IS", stIs},
     {"JOIN", stJoin},
-    {"KEY", stKey},
-    {"LEFT", stLeft},
-    {"NATURAL", stNatural},
-    {"NO", stNo},
+    {"KEY", stKey, kaName},
+    {"LEFT", stLeft, kaNotAlias},
+    {"NATURAL", stNatural, kaNotAlias},
+    {"NO", stNo, kaName},
     {"NOT", stNot},
     {"NULL", stNull},
-    {"OF", stOf},
+    {"OF", stOf, kaName},
     {"ORDER", stOrder},
-    {"OUTER", stOuter},
+    {"OUTER", stOuter, kaNotAlias},
     {"PRIMARY", stPrimary},
-    {"QUERY", stQuery},
-    {"RAISE", stRaise},
-    {"REGEXP", stRegexp},
-    {"RENAME", stRename},
-    {"RIGHT", stRight},
-    {"ROW", stRow},
+    {"QUERY", stQuery, kaName},
+    {"RAISE", stRaise, kaNotInExpression},
+    {"REGEXP", stRegexp, kaNotAlias},
+    {"RENAME", stRename, kaName},
+    {"RIGHT", stRight, kaNotAlias},
+    {"ROW", stRow, kaName},
     {"SET", stSet},
-    {"TEMP", stTemp},  // shadowed by TEMP above; kept so the type has its word
+    {"TEMP", stTemp, kaName},  // shadowed by TEMP above; kept so the type has its word
     {"THEN", stThen},
     {"USING", stUsing},
     {"WITHOUT ROWID", stWithoutRowid},
@@ -437,7 +438,7 @@ class TKeywordIndex {
 public:
     TKeywordIndex() {
         for (const TKeywordRow& row : KeywordRows) {
-            TSQLKeyword k{{}, 0, row.Type};
+            TSQLKeyword k{{}, 0, row.Type, row.AsName};
             std::string_view rest(row.Phrase);
             while (!rest.empty()) {
                 const size_t blank = rest.find(' ');
@@ -716,6 +717,66 @@ void SafeParseSQL(const QString& Value, QStringList& List, bool StripSemicolon) 
         ++index;
     });
     if (lastEnd < Value.size()) AddPiece(Value, lastEnd, Value.size(), false, StripSemicolon, List);
+}
+
+// ---------------------------------------------------------------------------
+// Ending a statement
+
+QString EndStatement(const QString& SQL) {
+    enum { Code, LineComment, BlockComment, Quoted } state = Code;
+    char16_t close = 0;
+    bool ended = false;  // the last token is a ";"
+    const qsizetype n = SQL.size();
+    for (qsizetype i = 0; i < n; ++i) {
+        const char16_t c = SQL[i].unicode();
+        const char16_t next = i + 1 < n ? SQL[i + 1].unicode() : 0;
+        switch (state) {
+            case Code:
+                if (c == u'-' && next == u'-') {
+                    state = LineComment;
+                    ++i;
+                } else if (c == u'/' && next == u'*') {
+                    state = BlockComment;
+                    ++i;
+                } else if (c == u'\'' || c == u'"' || c == u'`' || c == u'[') {
+                    state = Quoted;
+                    close = c == u'[' ? u']' : c;
+                    ended = false;
+                } else if (c == u';') {
+                    ended = true;
+                } else if (c != u' ' && c != u'\t' && c != u'\n' && c != u'\r' && c != u'\f') {
+                    ended = false;
+                }
+                break;
+            case LineComment:
+                if (c == u'\n') state = Code;
+                break;
+            case BlockComment:
+                if (c == u'*' && next == u'/') {
+                    state = Code;
+                    ++i;
+                }
+                break;
+            case Quoted:
+                if (c != close) break;
+                if (close != u']' && next == close)
+                    ++i;  // a doubled quote stands for itself
+                else
+                    state = Code;
+                break;
+        }
+    }
+    if (ended) return SQL;
+    switch (state) {
+        case LineComment:
+            return SQL + QStringLiteral("\r\n;");
+        case BlockComment:
+            return SQL + QStringLiteral("*/;");
+        case Quoted:
+            return SQL + QChar(close) + u';';
+        default:
+            return SQL + u';';
+    }
 }
 
 }  // namespace brindle

@@ -2,11 +2,11 @@
 // remember where they stood, so that later stages can cut verbatim pieces out
 // of the source. It never fails: whatever the text, a token list comes back.
 //
-// Also here: the keyword classification table that the parser applies to the
-// tokens, and the statement splitters behind the engine's ParseSQL.
+// Also here: the keyword classification table that the parser (in the schema
+// layer) applies to the tokens, and the statement splitters behind ParseSQL.
 #pragma once
 
-#include "engine/SQLText.h"
+#include "SQLText.h"
 
 #include <QString>
 #include <QStringList>
@@ -103,12 +103,21 @@ protected:
     TTokenList FTokens;
 };
 
+// Whether the engine takes a keyword for a name where its grammar expects
+// one (its fallback of keywords to identifiers): never; anywhere; anywhere
+// but as an alias without AS (join words and operators, which would go on
+// with the clause); anywhere but in an expression (words that begin one:
+// CAST, RAISE, CURRENT_TIME ...). A word the engine does not know as a
+// keyword at all (COUNT, TOTAL) is a name anywhere. Phrases are never names.
+enum TKeywordAsName : unsigned char { kaReserved, kaName, kaNotAlias, kaNotInExpression };
+
 // One row of the keyword classification: a word or a phrase of up to three
-// words, and the type its tokens get.
+// words, the type its tokens get, and whether it may stand as a name.
 struct TSQLKeyword {
     std::string_view Words[3];
     int WordCount;
     TSQLTokenType Type;
+    TKeywordAsName AsName;
 };
 
 // The rows whose first word equals Word (ignoring ASCII case), in the order
@@ -119,13 +128,19 @@ bool SameKeyword(QStringView Word, std::string_view Keyword);
 
 // The statement splitters. Pieces keep their surrounding white space and
 // comments; together they are the whole text (before semicolons are stripped),
-// and empty pieces are not added. ParseSQL of the engine answers with
-// SplitSQL once InstallSQLParserServices has run.
+// and empty pieces are not added. ParseSQL (SQLText.h) is SplitSQL.
 void SplitSQL(const QString& Value, QStringList& List, bool StripSemicolon);
 // Quotes and comments only: right for any script without a trigger.
 void FastParseSQL(const QString& Value, QStringList& List, bool StripSemicolon);
 // Token-based: keeps a trigger body with its inner statements and CASE ... END
 // in one piece.
 void SafeParseSQL(const QString& Value, QStringList& List, bool StripSemicolon);
+
+// SQL with a ";" behind it that ends it for the engine, to be followed by
+// more statements: on a line of its own when SQL ends inside a "--" comment,
+// behind a "*/" when it ends inside a block comment left open, and nothing
+// added when a ";" ends it already. The engine's own lexical rules decide
+// (backquotes quote, "//" is no comment), not the tolerant scanner's.
+QString EndStatement(const QString& SQL);
 
 }  // namespace brindle
