@@ -301,7 +301,7 @@ void TDLSQLiteDatabase::GetCollations(const QString& DatabaseName, QStringList& 
 void TDLSQLiteDatabase::ReadTableInfo(const QString& TableName, IRecordSetPtr& Result) {
     QString db, name;
     ParseObject(TableName, db, name);
-    Result = GetRecordSet(QStringLiteral("pragma %1table_info(%2)").arg(pragmaPrefix(db), QuoteIdentifier(name)));
+    Result = GetRecordSet(QStringLiteral("pragma %1table_info(%2)").arg(pragmaPrefix(db), QuotedStr(name)));
 }
 
 void TDLSQLiteDatabase::SQLStrToDataType(const QString& SQLType, TFieldType& DataType, int& Size, int& Precision,
@@ -363,10 +363,12 @@ void TDLSQLiteDatabase::GetIndexes(const QString& TableName, TIndexRecords& Inde
         hasPrimaryKey = true;
         integerPrimaryKey = info->GetValueByName(r, QStringLiteral("type")).toUpper() == QLatin1String("INTEGER");
     }
+    // INTEGER PRIMARY KEY DESC is no rowid: its key has an index of its own.
+    if (integerPrimaryKey) integerPrimaryKey = !GetRowIDAliasField(TableName).isEmpty();
     QString db, name;
     ParseObject(TableName, db, name);
     IRecordSetPtr list =
-        GetRecordSet(QStringLiteral("pragma %1index_list(%2)").arg(pragmaPrefix(db), QuoteIdentifier(name)));
+        GetRecordSet(QStringLiteral("pragma %1index_list(%2)").arg(pragmaPrefix(db), QuotedStr(name)));
     TIndexRecords result;
     if (hasPrimaryKey) result.push_back({QString(), ixPrimary | ixUnique});
     // Engines since 3.8.9 tell which index stems from the key; older ones
@@ -414,7 +416,7 @@ void TDLSQLiteDatabase::GetIndexFields(const QString& TableName, const QString& 
         if (Fields.size() > before) return;
     }
     IRecordSetPtr rs =
-        GetRecordSet(QStringLiteral("pragma %1index_info(%2)").arg(pragmaPrefix(db), QuoteIdentifier(IndexName)));
+        GetRecordSet(QStringLiteral("pragma %1index_info(%2)").arg(pragmaPrefix(db), QuotedStr(IndexName)));
     for (int r = 0; r < rs->GetRecordCount(); ++r) Fields.append(rs->GetValueByName(r, QStringLiteral("name")));
 }
 
@@ -453,7 +455,7 @@ QString TDLSQLiteDatabase::GetRowIDAliasField(const QString& TableName) {
     QString db, name;
     ParseObject(TableName, db, name);
     IRecordSetPtr list =
-        GetRecordSet(QStringLiteral("pragma %1index_list(%2)").arg(pragmaPrefix(db), QuoteIdentifier(name)));
+        GetRecordSet(QStringLiteral("pragma %1index_list(%2)").arg(pragmaPrefix(db), QuotedStr(name)));
     const bool hasOrigin = list->GetNames().contains(QLatin1String("origin"));
     for (int r = 0; r < list->GetRecordCount(); ++r) {
         if (hasOrigin) {

@@ -15,9 +15,12 @@ inline TSQLite3Driver& drv() {
     return *SQLite3Driver;
 }
 
-// "db." for a pragma of an attached database; nothing for main.
+// "db." for a pragma of an attached database; nothing for main. A pragma
+// takes its object's name as a string, which any name can be.
 inline QString pragmaPrefix(const QString& databaseName) {
-    return databaseName.isEmpty() ? QString() : QuoteIdentifier(databaseName) + u'.';
+    if (databaseName.isEmpty()) return QString();
+    QString quoted = databaseName;
+    return u'"' + quoted.replace(QStringLiteral("\""), QStringLiteral("\"\"")) + QStringLiteral("\".");
 }
 
 // A name as the pattern of a LIKE: case-insensitive as names are, but an

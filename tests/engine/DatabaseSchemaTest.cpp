@@ -160,6 +160,21 @@ TEST_F(DatabaseSchemaTest, FieldsIndexesAndRowIds) {
     db->GetIndexFields(QStringLiteral("orders"), QStringLiteral("ix_orders_total"), keyFields);
     EXPECT_EQ(keyFields, QStringList{"total"});
 
+    // DESC makes an INTEGER key an ordinary column with an index of its own.
+    db->Execute(QStringLiteral("create table d(id integer primary key desc, v); create table \"a]b\"(k integer primary key)"));
+    EXPECT_EQ(db->GetRowIDAliasField(QStringLiteral("customers")), QStringLiteral("id"));
+    EXPECT_EQ(db->GetRowIDAliasField(QStringLiteral("d")), QString());
+    EXPECT_EQ(db->GetRowIDAliasField(QStringLiteral("links")), QString());
+    ix.clear();
+    db->GetIndexes(QStringLiteral("d"), ix);
+    ASSERT_EQ(ix.size(), 1u);
+    EXPECT_EQ(ix[0].IndexName, QStringLiteral("sqlite_autoindex_d_1"));
+    // A pragma takes any name, a "]" in it too.
+    fields.clear();
+    db->GetFields(QStringLiteral("\"a]b\""), fields);
+    ASSERT_EQ(fields.size(), 1u);
+    EXPECT_EQ(db->GetRowIDAliasField(QStringLiteral("\"a]b\"")), QStringLiteral("k"));
+
     QStringList rowids;
     db->GetRowIDFields(QStringLiteral("odd"), rowids);
     EXPECT_EQ(rowids, (QStringList{"_rowid_", "oid"}));

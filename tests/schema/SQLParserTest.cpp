@@ -3,6 +3,7 @@
 #include "SQLCases.h"
 #include "TempDir.h"
 
+#include "engine/Assert.h"
 #include "engine/DLSQLite3API.h"
 #include "engine/DLSQLiteDatabase.h"
 #include "schema/DLSQLiteParser.h"
@@ -146,15 +147,13 @@ TEST(SQLParser, StatementQuestions) {
         QString());
 
     // Splitting is the scanner's and needs nothing installed; any other
-    // question asked before the parser answers stops the program.
-    EXPECT_DEATH(
-        {
-            SetSQLTextServices({});
-            QStringList pieces;
-            ParseSQL(S("select 1; select 2"), pieces, true);
-            if (pieces.size() == 2) GetSQLCommand(S("select 1"));
-        },
-        "SQL text services used before InstallSQLParserServices");
+    // question asked before the parser answers is a programming error.
+    SetSQLTextServices({});
+    QStringList pieces;
+    ParseSQL(S("select 1; select 2"), pieces, true);
+    EXPECT_EQ(pieces.size(), 2);
+    EXPECT_THROW(GetSQLCommand(S("select 1")), EAssertionFailure);
+    InstallSQLParserServices();
 }
 
 TEST(SQLParser, RolesLeadToVerbatimText) {
