@@ -1,5 +1,6 @@
-// Every schema test runs with the engine's SQL questions answered by the
-// parser, as the program does from its start.
+// The engine asks the schema layer's parser what a statement is; the program
+// installs those answers at its start, and so does every suite that adds
+// this file to its sources.
 #include "schema/DLSQLiteParser.h"
 
 #include <gtest/gtest.h>
