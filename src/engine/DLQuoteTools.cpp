@@ -105,6 +105,24 @@ QString QuotedStr(const QString& value) {
     return u'\'' + inner + u'\'';
 }
 
+QString QuoteSQLName(const QString& name) {
+    QString result;
+    result.reserve(name.size() + 2);
+    result += u'"';
+    if (name.contains(u'"'))
+        result += QString(name).replace(u'"', QStringLiteral("\"\""));
+    else
+        result += name;
+    result += u'"';
+    return result;
+}
+
+QString PragmaSQL(const QString& databaseName, const char* pragma, const QString& objectName) {
+    QString sql = QStringLiteral("pragma ");
+    if (!databaseName.isEmpty()) sql += QuoteSQLName(databaseName) + u'.';
+    return sql + QLatin1String(pragma) + u'(' + QuoteSQLName(objectName) + u')';
+}
+
 void ExtractObject(const QString& qualifiedObjectName, int& pos, QString& result) {
     const qsizetype len = qualifiedObjectName.size();
     qsizetype i = qMax(pos, 0);

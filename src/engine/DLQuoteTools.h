@@ -22,6 +22,12 @@ QString UnQuoteIdentifier(const QString& value);
 QString QuoteDeclaredTypeIfNeeded(const QString& value);
 // 'text' with inner single quotes doubled: a SQL string literal.
 QString QuotedStr(const QString& value);
+// A name in a statement the program makes for itself: in double quotes,
+// inner ones doubled, so that any name, whatever quote characters the user
+// chose, reads back as itself.
+QString QuoteSQLName(const QString& name);
+// "pragma db.name(object)" with both names so quoted; no "db." when empty.
+QString PragmaSQL(const QString& databaseName, const char* pragma, const QString& objectName);
 
 // Reads the part from pos up to the first "." outside quotes; pos moves to
 // that dot and past it.

@@ -12,7 +12,6 @@ namespace brindle {
 
 using internal::drv;
 using internal::LikeName;
-using internal::pragmaPrefix;
 using internal::TStatementGuard;
 
 namespace {
@@ -301,7 +300,7 @@ void TDLSQLiteDatabase::GetCollations(const QString& DatabaseName, QStringList& 
 void TDLSQLiteDatabase::ReadTableInfo(const QString& TableName, IRecordSetPtr& Result) {
     QString db, name;
     ParseObject(TableName, db, name);
-    Result = GetRecordSet(QStringLiteral("pragma %1table_info(%2)").arg(pragmaPrefix(db), QuotedStr(name)));
+    Result = GetRecordSet(PragmaSQL(db, "table_info", name));
 }
 
 void TDLSQLiteDatabase::SQLStrToDataType(const QString& SQLType, TFieldType& DataType, int& Size, int& Precision,
@@ -368,7 +367,7 @@ void TDLSQLiteDatabase::GetIndexes(const QString& TableName, TIndexRecords& Inde
     QString db, name;
     ParseObject(TableName, db, name);
     IRecordSetPtr list =
-        GetRecordSet(QStringLiteral("pragma %1index_list(%2)").arg(pragmaPrefix(db), QuotedStr(name)));
+        GetRecordSet(PragmaSQL(db, "index_list", name));
     TIndexRecords result;
     if (hasPrimaryKey) result.push_back({QString(), ixPrimary | ixUnique});
     // Engines since 3.8.9 tell which index stems from the key; older ones
@@ -416,7 +415,7 @@ void TDLSQLiteDatabase::GetIndexFields(const QString& TableName, const QString& 
         if (Fields.size() > before) return;
     }
     IRecordSetPtr rs =
-        GetRecordSet(QStringLiteral("pragma %1index_info(%2)").arg(pragmaPrefix(db), QuotedStr(IndexName)));
+        GetRecordSet(PragmaSQL(db, "index_info", IndexName));
     for (int r = 0; r < rs->GetRecordCount(); ++r) Fields.append(rs->GetValueByName(r, QStringLiteral("name")));
 }
 
@@ -455,7 +454,7 @@ QString TDLSQLiteDatabase::GetRowIDAliasField(const QString& TableName) {
     QString db, name;
     ParseObject(TableName, db, name);
     IRecordSetPtr list =
-        GetRecordSet(QStringLiteral("pragma %1index_list(%2)").arg(pragmaPrefix(db), QuotedStr(name)));
+        GetRecordSet(PragmaSQL(db, "index_list", name));
     const bool hasOrigin = list->GetNames().contains(QLatin1String("origin"));
     for (int r = 0; r < list->GetRecordCount(); ++r) {
         if (hasOrigin) {

@@ -1,5 +1,5 @@
 // What the three parts of the database object share, and nothing else
-// includes: the driver, statement finalizing, pragma and LIKE texts.
+// includes: the driver, statement finalizing, LIKE patterns of names.
 #pragma once
 
 #include "Assert.h"
@@ -13,14 +13,6 @@ namespace brindle::internal {
 inline TSQLite3Driver& drv() {
     BRINDLE_ASSERT(SQLite3Driver, "no SQLite driver");
     return *SQLite3Driver;
-}
-
-// "db." for a pragma of an attached database; nothing for main. A pragma
-// takes its object's name as a string, which any name can be.
-inline QString pragmaPrefix(const QString& databaseName) {
-    if (databaseName.isEmpty()) return QString();
-    QString quoted = databaseName;
-    return u'"' + quoted.replace(QStringLiteral("\""), QStringLiteral("\"\"")) + QStringLiteral("\".");
 }
 
 // A name as the pattern of a LIKE: case-insensitive as names are, but an

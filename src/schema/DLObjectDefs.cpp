@@ -78,7 +78,7 @@ QString MakeColumnList(const QStringList& Fields) {
 QString QuoteName(const QString& Name) {
     const QString quoted = QuoteIdentifier(Name);
     if (!IsQuotedIdentifier(Name) && QuotesName(quoted, Name)) return quoted;
-    return u'"' + QString(Name).replace(u'"', QStringLiteral("\"\"")) + u'"';
+    return QuoteSQLName(Name);
 }
 
 QString QuoteQualifiedName(const QString& QualifiedName) {

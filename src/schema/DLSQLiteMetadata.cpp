@@ -16,23 +16,6 @@ namespace brindle {
 
 namespace {
 
-// A name in statements of our own making: always in double quotes, so that
-// the user's choice of quote characters cannot change what they mean.
-void AppendSQLName(QString& SQL, const QString& Name) {
-    SQL += u'"';
-    if (Name.contains(u'"'))
-        SQL += QString(Name).replace(u'"', QStringLiteral("\"\""));
-    else
-        SQL += Name;
-    SQL += u'"';
-}
-
-QString SQLName(const QString& Name) {
-    QString sql;
-    AppendSQLName(sql, Name);
-    return sql;
-}
-
 QString Unquoted(const QString& Name) {
     return UnQuoteIdentifier(Name);
 }
@@ -209,7 +192,7 @@ TSQLiteCatalogue ReadCatalogue(TDLSQLiteDatabase& Database) {
         schema.Name = name;
         schema.FoldedName = FoldName(name);
         const QString master = FoldName(name) == u"temp" ? QStringLiteral("sqlite_temp_master")
-                                                         : SQLName(name) + QStringLiteral(".sqlite_master");
+                                                         : QuoteSQLName(name) + QStringLiteral(".sqlite_master");
         TRows rows(Database, QStringLiteral("select type, name, tbl_name, sql from ") + master);
         while (rows.Next()) {
             TSQLiteCatalogueObject o{rows.Text(0), rows.Text(1), rows.Text(2), rows.Text(3)};
@@ -230,25 +213,10 @@ TDLSQLiteDatabase& Connection(TDLSQLiteMetadata& Metadata) {
     return *db;
 }
 
-QString PragmaFor(const QString& DatabaseName, const QString& ObjectName, const char* Pragma) {
-    QString sql;
-    sql.reserve(24 + DatabaseName.size() + ObjectName.size());
-    sql += QLatin1String("pragma ");
-    if (!DatabaseName.isEmpty()) {
-        AppendSQLName(sql, DatabaseName);
-        sql += u'.';
-    }
-    sql += QLatin1String(Pragma);
-    sql += u'(';
-    AppendSQLName(sql, ObjectName);
-    sql += u')';
-    return sql;
-}
-
 QString PragmaFor(const QString& QualifiedName, const char* Pragma) {
     QString db, name;
     SplitName(QualifiedName, db, name);
-    return PragmaFor(db, name, Pragma);
+    return PragmaSQL(db, Pragma, name);
 }
 
 }  // namespace
@@ -277,7 +245,7 @@ void TSQLiteIndexInfo::GetIndexFields(QStringList& Fields) {
     // Since 3.9 the engine tells each column's collation and order itself.
     const bool xinfo = LibraryAtLeast(3, 9);
     TRows rows(Connection(table.Metadata()),
-               PragmaFor(table.FDatabaseName, FIndexName, xinfo ? "index_xinfo" : "index_info"));
+               PragmaSQL(table.FDatabaseName, xinfo ? "index_xinfo" : "index_info", FIndexName));
     while (rows.Next()) {
         if (xinfo && rows.Int(5) == 0) continue;  // the rowid or key behind the indexed columns
         Fields << rows.Text(2);
@@ -421,7 +389,7 @@ void TSQLiteTableInfo::GetFields() {
     const bool xinfo = catalogue.HasTableXInfo;
     // table_info leaves generated columns out, which would shift every
     // column behind them.
-    TRows rows(db, PragmaFor(FDatabaseName, FObjectName, xinfo ? "table_xinfo" : "table_info"));
+    TRows rows(db, PragmaSQL(FDatabaseName, xinfo ? "table_xinfo" : "table_info", FObjectName));
     if (FParsed->FieldsSQL != FSQL || FSQL.isEmpty()) {
         FParsed->FieldsSQL.clear();
         FParsed->Fields.clear();
@@ -485,7 +453,7 @@ void TSQLiteTableInfo::GetIndexes() {
     QString keyIndex;
     bool keyIndexFound = false;
     {
-        TRows rows(Connection(Metadata()), PragmaFor(FDatabaseName, FObjectName, "index_list"));
+        TRows rows(Connection(Metadata()), PragmaSQL(FDatabaseName, "index_list", FObjectName));
         const int nameColumn = rows.ColumnIndex("name"), uniqueColumn = rows.ColumnIndex("unique"),
                   originColumn = rows.ColumnIndex("origin");
         while (rows.Next()) {

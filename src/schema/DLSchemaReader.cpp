@@ -20,22 +20,10 @@ bool SameName(const QString& A, const QString& B) {
     return A.compare(B, Qt::CaseInsensitive) == 0;
 }
 
-// A name in the statements of this file: double quotes hold any name, and
-// no quoting setting of the user's changes what they mean.
-QString SQLName(const QString& Name) {
-    return u'"' + QString(Name).replace(u'"', QStringLiteral("\"\"")) + u'"';
-}
-
 QString MasterTable(const QString& DatabaseName) {
     if (IsTempDatabase(DatabaseName)) return QStringLiteral("sqlite_temp_master");
-    return SQLName(DatabaseName.isEmpty() ? QStringLiteral("main") : DatabaseName) +
+    return QuoteSQLName(DatabaseName.isEmpty() ? QStringLiteral("main") : DatabaseName) +
            QStringLiteral(".sqlite_master");
-}
-
-QString Pragma(const QString& DatabaseName, const char* Name, const QString& Argument) {
-    QString sql = QStringLiteral("pragma ");
-    if (!DatabaseName.isEmpty()) sql += SQLName(DatabaseName) + u'.';
-    return sql + QLatin1String(Name) + u'(' + SQLName(Argument) + u')';
 }
 
 // The stored text of an object of the database (main when empty, and then
@@ -61,7 +49,7 @@ std::vector<TColumn> ReadColumns(TDLSQLiteDatabase& Database, const QString& Dat
                                  const QString& Name, bool HasGenerated) {
     // table_info leaves generated columns out; they must keep their place.
     IRecordSetPtr rs =
-        Database.GetRecordSet(Pragma(DatabaseName, HasGenerated ? "table_xinfo" : "table_info", Name));
+        Database.GetRecordSet(PragmaSQL(DatabaseName, HasGenerated ? "table_xinfo" : "table_info", Name));
     std::vector<TColumn> columns;
     for (int r = 0; r < rs->GetRecordCount(); ++r)
         columns.push_back({rs->GetValueByName(r, QStringLiteral("name")),
@@ -87,7 +75,7 @@ TDLIndexFieldDefs ReadIndexColumns(TDLSQLiteDatabase& Database, const QString& D
                                    const QString& IndexName, const QString& IndexSQL,
                                    const TDLTableDef& TableDef, bool& HasExpression) {
     TDLIndexFieldDefs fields;
-    IRecordSetPtr rs = Database.GetRecordSet(Pragma(DatabaseName, "index_xinfo", IndexName));
+    IRecordSetPtr rs = Database.GetRecordSet(PragmaSQL(DatabaseName, "index_xinfo", IndexName));
     for (int r = 0, place = 0; r < rs->GetRecordCount(); ++r, ++place) {
         if (rs->GetValueByName(r, QStringLiteral("key")) != u"1")
             break;  // the rowid or key behind the columns
@@ -120,7 +108,7 @@ void AddIndexes(TDLSQLiteDatabase& Database, const QString& DatabaseName, const 
     };
     std::vector<TIndex> indexes;
     QString keyIndex;  // empty: the key is the rowid
-    IRecordSetPtr list = Database.GetRecordSet(Pragma(DatabaseName, "index_list", Name));
+    IRecordSetPtr list = Database.GetRecordSet(PragmaSQL(DatabaseName, "index_list", Name));
     const bool hasOrigin = list->GetNames().contains(QLatin1String("origin"));
     const bool integerKey =
         keyColumns.size() == 1 && SameName(keyColumns[0]->Type, QStringLiteral("INTEGER"));
