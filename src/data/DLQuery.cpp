@@ -77,7 +77,12 @@ TDataSet* TDLQuery::DataSource() const {
     return FDataLink ? FDataLink->Master() : nullptr;
 }
 
-QString TDLQuery::FilterableStatement() const {
+QString TDLQuery::WithCondition(const QString& Statement, const QString& Condition) {
+    // On a line of its own: a comment at the statement's end ends there.
+    return Statement + QStringLiteral("\nWHERE ") + Condition;
+}
+
+QString TDLQuery::ServerFilterStatement() const {
     if (!Database()) return QString();
     QStringList pieces;
     ParseSQL(SQLText(), pieces, true);
@@ -89,17 +94,11 @@ QString TDLQuery::FilterableStatement() const {
     }
     // A WHERE behind a compound SELECT would filter its last part only.
     if (statement.isEmpty() || HasSetOperationOrGrouping(statement)) return QString();
-    return statement;
-}
-
-QString TDLQuery::WithCondition(const QString& Statement, const QString& Condition) {
-    // On a line of its own: a comment at the statement's end ends there.
-    return Statement + QStringLiteral("\nWHERE ") + Condition;
+    return Database()->IsValidSQL(WithCondition(statement, QStringLiteral("1=1"))) ? statement : QString();
 }
 
 bool TDLQuery::CanServerFilter() {
-    const QString statement = FilterableStatement();
-    return !statement.isEmpty() && Database()->IsValidSQL(WithCondition(statement, QStringLiteral("1=1")));
+    return !ServerFilterStatement().isEmpty();
 }
 
 QString TDLQuery::SQLText() const {
@@ -110,8 +109,8 @@ void TDLQuery::SetActive(bool Value) {
     if (Value && !Active()) {
         FServerFiltered = false;
         QString text = SQLText();
-        if (FFiltered && !FFilterText.isEmpty() && CanServerFilter()) {
-            const QString statement = FilterableStatement();
+        const QString statement = FFiltered && !FFilterText.isEmpty() ? ServerFilterStatement() : QString();
+        if (!statement.isEmpty()) {
             // The columns the condition may name, as this statement has them.
             DescribeColumns(statement);
             const QString where = ServerFilterCondition();

@@ -37,7 +37,7 @@ private:
     QString SQLText() const;
     // The text's one statement, without its semicolon; empty when it holds
     // none or several, or one a WHERE cannot follow.
-    QString FilterableStatement() const;
+    QString ServerFilterStatement() const;
     static QString WithCondition(const QString& Statement, const QString& Condition);
     QStringList FSQL;
     TParams FParams;

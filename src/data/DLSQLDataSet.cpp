@@ -326,11 +326,11 @@ void TDLSQLDataSet::InternalPost() {
     if (FState == dsInsert && !GetCanModify()) throw ECustomException(QStringLiteral("Can not insert"));
     BRINDLE_ASSERT(FDatabase, "a post without a database");
     if (FState == dsEdit) {
-        // The row as it was read, before the write reads it back.
-        std::unique_ptr<TDLRecData> before = FRecs->CreateRecData(IsSQLiteData());
-        if (const TDLRecData* old = OldRecData()) before->Assign(*old);
+        // The row as it was read: the window's copy, which the write leaves
+        // alone (it reads the row back into the active buffer only).
+        const TDLRecData* before = OldRecData();
         PerformUpdate(*this, FInternalTableName);
-        RowidChanged(before.get(), ActiveRecData());
+        RowidChanged(before, ActiveRecData());
     } else {
         if (!PerformInsert(*this, FInternalTableName, FRefreshAfterInsert)) {
             // In the table, but not to be found by its key: not shown.

@@ -277,23 +277,6 @@ TParam StoredValueToParam(const TDLRecData& Rec, const TField& Field) {
     return p;
 }
 
-QString GetKeyWhereClause(TDLSQLDataSet& DataSet, TParams& KeyParams) {
-    const QStringList keys = DataSet.FKeyFieldNames.split(u';', Qt::SkipEmptyParts);
-    const QStringList origins = DataSet.FOriginKeyFieldNames.split(u';', Qt::SkipEmptyParts);
-    if (origins.isEmpty()) return QString();
-    const TDLRecData* old = DataSet.OldRecData();
-    QString clause;
-    for (int i = 0; i < origins.size(); ++i) {
-        const TField* field = DataSet.FindField(UnQuoteIdentifier(keys.value(i)));
-        TParam p;
-        if (field && old) p = StoredValueToParam(*old, *field);
-        clause += (i == 0 ? QStringLiteral("where ") : QStringLiteral(" and ")) + QuoteIdentifier(UnQuoteIdentifier(origins[i])) +
-                  (p.IsNull() ? QStringLiteral(" is ?") : QStringLiteral(" = ?"));
-        AddParam(KeyParams, p);
-    }
-    return clause;
-}
-
 namespace {
 
 // "where a = ? and b is ?" over the key's table columns, for the values
@@ -306,6 +289,24 @@ QString KeyWhereClause(const QStringList& Origins, const TParams& Params) {
                   (Params[i].IsNull() ? QStringLiteral(" is ?") : QStringLiteral(" = ?"));
     return clause;
 }
+
+}  // namespace
+
+QString GetKeyWhereClause(TDLSQLDataSet& DataSet, TParams& KeyParams) {
+    const QStringList keys = DataSet.FKeyFieldNames.split(u';', Qt::SkipEmptyParts);
+    const QStringList origins = DataSet.FOriginKeyFieldNames.split(u';', Qt::SkipEmptyParts);
+    if (origins.isEmpty()) return QString();
+    const TDLRecData* old = DataSet.OldRecData();
+    TParams values;
+    for (int i = 0; i < origins.size(); ++i) {
+        const TField* field = DataSet.FindField(UnQuoteIdentifier(keys.value(i)));
+        AddParam(values, field && old ? StoredValueToParam(*old, *field) : TParam());
+    }
+    for (int i = 0; i < values.Count(); ++i) AddParam(KeyParams, values[i]);
+    return KeyWhereClause(origins, values);
+}
+
+namespace {
 
 // The key of the active row as the table holds it after the row was
 // written: a key field that was changed gives its new value, the rowid

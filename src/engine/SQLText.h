@@ -4,7 +4,7 @@
 // Splitting is lexical and answered here by the scanner (SQLScanner.h). The
 // other questions need the parser, which lives in the schema layer above this
 // one and installs its answers with SetSQLTextServices; asking one of them
-// before that is a programming error and stops the program.
+// before that is a programming error, raised as an assertion failure.
 #pragma once
 
 #include <QString>
