@@ -101,35 +101,31 @@ void TDLSQLDataSet::InternalOpen() {
                 sql = temp.CurrentStatement();
             }
         }
-        FCurrentSQL = sql;
-        FFields.Clear();
-        UpdateKeyFields();
-        FCanModify = !FInternalTableName.isEmpty() && !FKeyFieldNames.isEmpty() &&
-                     FDatabase->CanModifyTable(FInternalTableName);
-        FEofReached = false;
-        FLastRecNo = 0;
-        FSingleSQLHandle.reset();
-        FRowidMarks.Clear();
-        FSeeking = false;
-        FStoppedAt = -1;
-        FFields.Clear();
-        TDLDataSet::InternalOpen();
+        StartResult(sql);
         LoadRecords(0, static_cast<TDLBufferedData&>(*FRecs).Limit());
     }
     if (!FRecs) {
         // Nothing but comments and blanks: a result without columns or rows.
-        FCurrentSQL.clear();
         FFieldInfoRecs.clear();
         FTableInfoRecs.clear();
-        UpdateKeyFields();
-        FCanModify = false;
-        FSingleSQLHandle.reset();
-        FRowidMarks.Clear();
-        FFields.Clear();
-        FLastRecNo = 0;
+        StartResult(QString());
         FEofReached = true;
-        TDLDataSet::InternalOpen();
     }
+}
+
+void TDLSQLDataSet::StartResult(const QString& SQL) {
+    FCurrentSQL = SQL;
+    FFields.Clear();
+    UpdateKeyFields();
+    FCanModify = !FInternalTableName.isEmpty() && !FKeyFieldNames.isEmpty() &&
+                 FDatabase->CanModifyTable(FInternalTableName);
+    FEofReached = false;
+    FLastRecNo = 0;
+    FSingleSQLHandle.reset();
+    FRowidMarks.Clear();
+    FSeeking = false;
+    FStoppedAt = -1;
+    TDLDataSet::InternalOpen();
 }
 
 void TDLSQLDataSet::InternalClose() {

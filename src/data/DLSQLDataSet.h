@@ -116,6 +116,9 @@ private:
     // The database closes: so does the dataset. It goes away: no link is left.
     void ConnectionClosing() override;
     void ConnectionDestroyed() override;
+    // The state of a new result of SQL (empty: none), its fields and its
+    // container made; no row read yet.
+    void StartResult(const QString& SQL);
     void PrepareSingleSQL();
     std::vector<TFieldInfoRec> FFieldInfoRecs;
     std::vector<TTableInfoRec> FTableInfoRecs;
