@@ -3,6 +3,7 @@
 #include "CsvOut.h"
 
 #include "data/DLQuery.h"
+#include "workbench/SQLExecution.h"
 #include "engine/DLObjectNames.h"
 #include "engine/DLQuoteTools.h"
 #include "engine/DLSQLite3API.h"
@@ -12,6 +13,7 @@
 #include "schema/DLSQLiteParser.h"
 #include "schema/DLSchemaReader.h"
 
+#include <QFile>
 #include <QFileInfo>
 #include <atomic>
 #include <csignal>
@@ -27,6 +29,7 @@ struct Options {
     QString library = SQLITE_INTERNAL_LIB;
     QString key;
     QStringList positional;
+    QStringList params;  // NAME=VALUE
 };
 
 const char* const kUsage =
@@ -43,7 +46,13 @@ const char* const kUsage =
     "                 columns, indexes, triggers, checks, foreign keys and the keys\n"
     "                 that refer to it, each view with its columns, triggers and\n"
     "                 the objects it depends on\n"
-    "  query FILE SQL the rows of the text's last SELECT as CSV; Ctrl+C stops the run\n";
+    "  query FILE SQL the rows of the text's last SELECT as CSV; Ctrl+C stops the run\n"
+    "  exec FILE [SCRIPT.sql | -] [--param NAME=VALUE]...\n"
+    "                 runs a script (standard input without one or with -) as the\n"
+    "                 SQL tab does, dot lines included; the rows of its last\n"
+    "                 SELECT go to standard output as CSV, the rows affected and\n"
+    "                 the time to standard error; a new FILE is created; Ctrl+C\n"
+    "                 stops the run\n";
 
 QString yesNo(bool v) { return v ? QStringLiteral("yes") : QStringLiteral("no"); }
 
@@ -308,12 +317,60 @@ void cmdTree(const Options& o, QTextStream& out) {
     if (!failure.isEmpty()) throw ECustomException(failure);
 }
 
-// Ctrl+C stops the statement that runs; the engine's interrupt is safe to
-// call from a signal handler.
+// Ctrl+C stops the statement that runs; the engine's interrupt and the
+// runner's stop request are safe to call from a signal handler.
 std::atomic<TDLSQLiteDatabase*> interruptTarget{nullptr};
+std::atomic<TSQLRunner*> interruptRunner{nullptr};
 
 extern "C" void interruptQuery(int) {
+    if (TSQLRunner* runner = interruptRunner.load()) runner->Abort();
     if (TDLSQLiteDatabase* db = interruptTarget.load()) db->Interrupt();
+}
+
+// Sets the Ctrl+C handler for one command and puts the old one back.
+class TInterruptScope {
+public:
+    TInterruptScope(TDLSQLiteDatabase& Database, TSQLRunner* Runner) {
+        interruptTarget = &Database;
+        interruptRunner = Runner;
+        FPrevious = std::signal(SIGINT, interruptQuery);
+    }
+    ~TInterruptScope() {
+        std::signal(SIGINT, FPrevious);
+        interruptTarget = nullptr;
+        interruptRunner = nullptr;
+    }
+    TInterruptScope(const TInterruptScope&) = delete;
+    TInterruptScope& operator=(const TInterruptScope&) = delete;
+
+private:
+    void (*FPrevious)(int) = nullptr;
+};
+
+// The open result as CSV: a header line, then every row. Only what the
+// statement selects: nothing the dataset added to find rows. False when a
+// stop cut the rows short.
+bool printRows(TDLQuery& query, QTextStream& out) {
+    const TFields& fields = query.Fields();
+    std::vector<int> shown;
+    for (int i = 0; i < fields.Count(); ++i)
+        if (fields[i].FVisible) shown.push_back(i);
+    TCsvOut csv(out);
+    for (size_t i = 0; i < shown.size(); ++i) csv.Text(fields[shown[i]].FieldName(), i == 0);
+    if (!shown.empty()) csv.EndLine();
+    for (int r = 0;; ++r) {
+        const TDLRecData* rec = query.RecordAt(r);
+        if (query.Aborted()) {
+            csv.Flush();
+            return false;
+        }
+        if (!rec) break;
+        const auto& row = static_cast<const TDLSQLiteRecData&>(*rec);
+        for (size_t i = 0; i < shown.size(); ++i) csv.Value(row, shown[i], i == 0);
+        csv.EndLine();
+    }
+    csv.Flush();
+    return true;
 }
 
 void cmdQuery(const Options& o, QTextStream& out) {
@@ -325,15 +382,7 @@ void cmdQuery(const Options& o, QTextStream& out) {
     query.FAllowPreprocess = false;
     query.SetDatabase(&db);
     query.SetSQL(o.positional.value(2));
-    interruptTarget = &db;
-    auto previous = std::signal(SIGINT, interruptQuery);
-    struct TRestore {
-        decltype(previous) handler;
-        ~TRestore() {
-            std::signal(SIGINT, handler);
-            interruptTarget = nullptr;
-        }
-    } restore{previous};
+    TInterruptScope interrupts(db, nullptr);
     auto leave = [&db](const QString& message) {
         // A transaction the text began and did not end is not left open.
         if (db.GetInTransaction()) db.Rollback();
@@ -344,25 +393,74 @@ void cmdQuery(const Options& o, QTextStream& out) {
     } catch (const ECustomException& e) {
         leave(e.message());
     }
-    // Only what the statement selects: nothing the dataset added to find rows.
-    const TFields& fields = query.Fields();
-    std::vector<int> shown;
-    for (int i = 0; i < fields.Count(); ++i)
-        if (fields[i].FVisible) shown.push_back(i);
-    TCsvOut csv(out);
-    for (size_t i = 0; i < shown.size(); ++i) csv.Text(fields[shown[i]].FieldName(), i == 0);
-    if (!shown.empty()) csv.EndLine();
-    for (int r = 0;; ++r) {
-        const TDLRecData* rec = query.RecordAt(r);
-        if (query.Aborted()) leave(QStringLiteral("interrupted"));
-        if (!rec) break;
-        const auto& row = static_cast<const TDLSQLiteRecData&>(*rec);
-        for (size_t i = 0; i < shown.size(); ++i) csv.Value(row, shown[i], i == 0);
-        csv.EndLine();
-    }
-    csv.Flush();
+    if (!printRows(query, out)) leave(QStringLiteral("interrupted"));
     query.Close();
     if (db.GetInTransaction()) db.Rollback();
+}
+
+// Text of a script: a byte order mark decides, else it must be UTF-8.
+QString readScriptText(const QByteArray& bytes, const QString& name) {
+    auto encoding = QStringConverter::encodingForData(bytes);
+    QStringDecoder decoder(encoding.value_or(QStringConverter::Utf8), QStringConverter::Flag::Stateless);
+    QString text = decoder.decode(bytes);
+    if (decoder.hasError())
+        throw ECustomException(QStringLiteral("The script \"%1\" is not valid UTF-8 text").arg(name.isEmpty() ? QStringLiteral("-") : name));
+    if (text.startsWith(QChar(0xFEFF))) text.remove(0, 1);
+    return text;
+}
+
+// The script of exec: a file in the encoding it was saved in, or standard
+// input as UTF-8.
+QString readScript(const QString& name) {
+    QFile f;
+    if (name.isEmpty() || name == u"-") {
+        if (!f.open(stdin, QIODevice::ReadOnly)) throw ECustomException(QStringLiteral("Cannot read standard input"));
+    } else {
+        f.setFileName(name);
+        if (!f.open(QIODevice::ReadOnly))
+            throw ECustomException(QStringLiteral("Cannot open file \"%1\": %2").arg(name, f.errorString()));
+    }
+    return readScriptText(f.readAll(), name);
+}
+
+void cmdExec(const Options& o, QTextStream& out, QTextStream& err) {
+    loadLibrary(o);
+    const QString script = readScript(o.positional.value(2));
+    TDLSQLiteDatabase db;
+    const QString file = o.positional.value(1);
+    if (!QFileInfo::exists(file)) {
+        db.FShowWaitCursor = false;
+        db.SetFileName(file);
+        db.CreateDatabase(0, 0, QStringLiteral("UTF-8"), o.key);
+        db.SetConnected(false);
+    }
+    openDatabase(db, o, file);
+    TDLQuery query;
+    // Rows to print, not to edit: the statement runs as written.
+    query.FAllowPreprocess = false;
+    TSQLRunner runner(query);
+    runner.FOnMissingParameter = [&o](const QString& Name, QString& Value) {
+        // Given with or without its mark: ":a", "@a", "$a" and "a" name the same.
+        const QString bare = Name.mid(Name.isEmpty() || Name[0].isLetterOrNumber() ? 0 : 1);
+        for (const QString& p : o.params) {
+            const QString name = p.section(u'=', 0, 0);
+            if (name == Name || name == bare) {
+                Value = p.section(u'=', 1);
+                return true;
+            }
+        }
+        throw ECustomException(QStringLiteral("Missing parameter value: %1 (give it with --param %2=VALUE)").arg(Name, bare));
+    };
+    TInterruptScope interrupts(db, &runner);
+    const TSQLRunOutcome outcome = runner.ExecuteSQL(&db, script);
+    bool complete = true;
+    if (outcome.ErrorMessage.isEmpty() && query.Active()) complete = printRows(query, out);
+    out.flush();
+    query.Close();
+    if (!outcome.RowsAffected.isEmpty()) err << outcome.RowsAffected << "\n";
+    err << outcome.Status << "\n";
+    if (!outcome.ErrorMessage.isEmpty()) throw ECustomException(outcome.ErrorMessage);
+    if (outcome.Aborted || !complete) throw ECustomException(QStringLiteral("interrupted"));
 }
 
 }  // namespace
@@ -373,6 +471,8 @@ int Run(const QStringList& args, QTextStream& out, QTextStream& err) {
         const QString& a = args[i];
         if ((a == u"--library" || a == u"--key") && i + 1 < args.size()) {
             (a == u"--library" ? o.library : o.key) = args[++i];
+        } else if (a == u"--param" && i + 1 < args.size() && args[i + 1].contains(u'=')) {
+            o.params.append(args[++i]);
         } else if (a == u"-h" || a == u"--help") {
             out << kUsage;
             return 0;
@@ -380,17 +480,21 @@ int Run(const QStringList& args, QTextStream& out, QTextStream& err) {
             o.positional.append(a);
         }
     }
-    using Command = std::function<void(const Options&, QTextStream&)>;
+    using Command = std::function<void(const Options&, QTextStream&, QTextStream&)>;
+    const auto quiet = [](void (*f)(const Options&, QTextStream&)) -> Command {
+        return [f](const Options& o, QTextStream& out, QTextStream&) { f(o, out); };
+    };
     struct TCommand {
         int MinArgs, MaxArgs;  // the command's name included
         Command Run;
     };
     const std::map<QString, TCommand> commands = {
-        {QStringLiteral("info"), {2, 2, cmdInfo}},
-        {QStringLiteral("objects"), {2, 2, cmdObjects}},
-        {QStringLiteral("schema"), {2, 3, cmdSchema}},
-        {QStringLiteral("query"), {3, 3, cmdQuery}},
-        {QStringLiteral("tree"), {2, 2, cmdTree}},
+        {QStringLiteral("info"), {2, 2, quiet(cmdInfo)}},
+        {QStringLiteral("objects"), {2, 2, quiet(cmdObjects)}},
+        {QStringLiteral("schema"), {2, 3, quiet(cmdSchema)}},
+        {QStringLiteral("query"), {3, 3, quiet(cmdQuery)}},
+        {QStringLiteral("tree"), {2, 2, quiet(cmdTree)}},
+        {QStringLiteral("exec"), {2, 3, cmdExec}},
     };
     const auto it = commands.find(o.positional.value(0));
     if (it == commands.end() || o.positional.size() < it->second.MinArgs || o.positional.size() > it->second.MaxArgs) {
@@ -398,12 +502,13 @@ int Run(const QStringList& args, QTextStream& out, QTextStream& err) {
         return 2;
     }
     try {
-        it->second.Run(o, out);
+        it->second.Run(o, out, err);
     } catch (const ECustomException& e) {
         out.flush();
         err << forTerminal(e.message()) << "\n";
         return 1;
     }
+    out.flush();
     return 0;
 }
 

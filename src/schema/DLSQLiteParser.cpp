@@ -1,6 +1,7 @@
 #include "DLSQLiteParser.h"
 
 #include "engine/DLQuoteTools.h"
+#include <QHash>
 
 namespace brindle {
 
@@ -846,6 +847,10 @@ TSQLParser& GetParser(const QString& SQL) {
     // texts have passed, which no lock around the lookup could promise.
     struct TCache {
         std::vector<std::unique_ptr<TSQLParser>> Parsers;
+        // Each parser's text hashed: a script's statements often share long
+        // beginnings, and comparing 64 of them char by char costs more than
+        // labelling a short one.
+        std::vector<size_t> Hashes;
         size_t Next = 0;
         size_t Last = 0;  // the slot handed out last: callers ask one text several questions in a row
     };
@@ -861,19 +866,24 @@ TSQLParser& GetParser(const QString& SQL) {
     if (cache.Last < cache.Parsers.size() && cache.Parsers[cache.Last]->Text() == SQL) {
         parser = cache.Parsers[cache.Last].get();
     } else {
+        const size_t hash = qHash(SQL);
         for (size_t i = 0; i < cache.Parsers.size() && !parser; ++i) {
-            if (cache.Parsers[i]->Text() == SQL) {
+            if (cache.Hashes[i] == hash && cache.Parsers[i]->Text() == SQL) {
                 parser = cache.Parsers[i].get();
                 cache.Last = i;
             }
         }
-    }
-    if (!parser) {
-        if (cache.Parsers.size() < Size) cache.Parsers.push_back(std::make_unique<TSQLParser>());
-        cache.Next = (cache.Next + 1) % cache.Parsers.size();
-        cache.Last = cache.Next;
-        parser = cache.Parsers[cache.Next].get();
-        parser->SetText(SQL);
+        if (!parser) {
+            if (cache.Parsers.size() < Size) {
+                cache.Parsers.push_back(std::make_unique<TSQLParser>());
+                cache.Hashes.push_back(0);
+            }
+            cache.Next = (cache.Next + 1) % cache.Parsers.size();
+            cache.Last = cache.Next;
+            parser = cache.Parsers[cache.Next].get();
+            parser->SetText(SQL);
+            cache.Hashes[cache.Next] = hash;
+        }
     }
 
     qsizetype scanned = 0;

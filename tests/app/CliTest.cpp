@@ -324,4 +324,64 @@ TEST(Cli, QueryStopsOnInterruptAndLeavesNoTransaction) {
     EXPECT_EQ(QString::fromUtf8(check.readAllStandardOutput()).trimmed(), QStringLiteral("0"));
 }
 
+// A script as the SQL tab runs it: dot lines, parameters from the command
+// line, the last SELECT's rows on stdout, the counts and time on stderr, and
+// a failure that keeps what ran before it.
+TEST(Cli, ExecRunsAScriptAsTheSQLTabDoes) {
+    brindle::test::TempDir dir;
+    const QString db = dir.file(QStringLiteral("new.db"));
+    const QString script = dir.write(QStringLiteral("s.sql"),
+                                     "create table t(\"key\" integer primary key, total);\r\n"
+                                     "insert into t(total) values (1.5), ('007');\r\n"
+                                     ".SET PARAM :k = 2\r\n"
+                                     "select \"key\", total, typeof(total) from t where \"key\" <= :k and :who is not null;\r\n");
+    Result r = run({QStringLiteral("exec"), db, script, QStringLiteral("--param"), QStringLiteral("who=me")});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_EQ(r.out, QStringLiteral("key,total,typeof(total)\n1,1.5,real\n2,007,text\n"));
+    EXPECT_TRUE(r.err.startsWith(QLatin1String("2 rows affected, 2 total\nQuery executed in "))) << r.err.toStdString();
+
+    r = run({QStringLiteral("exec"), db, dir.write(QStringLiteral("p.sql"), "select :who")});
+    EXPECT_EQ(r.code, 1);
+    EXPECT_TRUE(r.err.contains(QLatin1String("Missing parameter value: :who"))) << r.err.toStdString();
+
+    const QString failing = dir.write(QStringLiteral("f.sql"),
+                                      "insert into t(total) values ('kept');\n"
+                                      "insert into missing values (1);\n"
+                                      "insert into t(total) values ('never');\n");
+    r = run({QStringLiteral("exec"), db, failing});
+    EXPECT_EQ(r.code, 1);
+    EXPECT_TRUE(r.err.contains(QLatin1String("no such table: missing\n\nSQL Statement:\n\ninsert into missing values (1)")))
+        << r.err.toStdString();
+    r = run({QStringLiteral("query"), db, QStringLiteral("select group_concat(total, '/') from t")});
+    EXPECT_EQ(r.out.section(u'\n', 1, 1), QStringLiteral("1.5/007/kept"));
+
+    r = run({QStringLiteral("exec"), db, dir.write(QStringLiteral("d.sql"), ".tables\n")});
+    EXPECT_EQ(r.code, 1);
+    EXPECT_TRUE(r.err.contains(QLatin1String("Extended syntax error")));
+    r = run({QStringLiteral("exec"), db, dir.write(QStringLiteral("bad.sql"), "select '\xff\xfe\xfa'")});
+    EXPECT_EQ(r.code, 1);
+    EXPECT_TRUE(r.err.contains(QLatin1String("bad.sql"))) << r.err.toStdString();
+}
+
+TEST(Cli, ExecStopsOnInterruptBeforeTheNextStatement) {
+    brindle::test::TempDir dir;
+    const QString path = dir.file(QStringLiteral("long.db"));
+    QProcess p;
+    p.start(QStringLiteral(BRINDLE_CLI), {QStringLiteral("exec"), path, QStringLiteral("-")});
+    ASSERT_TRUE(p.waitForStarted());
+    p.write("create table t(a); insert into t values (1);\n"
+            "update t set a = (with recursive c(x) as (select 1 union all select x + 1 from c) select count(*) from c);\n"
+            "insert into t values (2);\n");
+    ASSERT_TRUE(p.waitForBytesWritten(10000));
+    p.closeWriteChannel();
+    QThread::msleep(1500);
+    ::kill(static_cast<pid_t>(p.processId()), SIGINT);
+    ASSERT_TRUE(p.waitForFinished(20000));
+    EXPECT_EQ(p.exitCode(), 1);
+    const QString err = QString::fromUtf8(p.readAllStandardError());
+    EXPECT_TRUE(err.contains(QLatin1String("Query aborted after "))) << err.toStdString();
+    const Result r = run({QStringLiteral("query"), path, QStringLiteral("select group_concat(a) from t")});
+    EXPECT_EQ(r.out.section(u'\n', 1, 1), QStringLiteral("1"));
+}
+
 }  // namespace
