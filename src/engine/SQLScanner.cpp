@@ -464,6 +464,8 @@ public:
         return it->second;
     }
 
+    std::span<const TSQLKeyword> All() const { return FKeywords; }
+
 private:
     std::vector<TSQLKeyword> FKeywords;
     std::unordered_map<std::string_view, std::vector<const TSQLKeyword*>> FByFirstWord;
@@ -563,6 +565,10 @@ void TTokenizer::CheckInitialized() {
 
 std::span<const TSQLKeyword* const> KeywordCandidates(QStringView Word) {
     return KeywordIndex().Find(Word);
+}
+
+std::span<const TSQLKeyword> Keywords() {
+    return KeywordIndex().All();
 }
 
 bool SameKeyword(QStringView Word, std::string_view Keyword) {

@@ -123,6 +123,8 @@ struct TSQLKeyword {
 // The rows whose first word equals Word (ignoring ASCII case), in the order
 // they are tried; the first that matches wins. Empty for any other word.
 std::span<const TSQLKeyword* const> KeywordCandidates(QStringView Word);
+// Every row, operators included, in the order they are tried.
+std::span<const TSQLKeyword> Keywords();
 // Word equals Keyword ignoring ASCII case; nothing else folds.
 bool SameKeyword(QStringView Word, std::string_view Keyword);
 
