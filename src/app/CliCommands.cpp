@@ -3,6 +3,7 @@
 #include "CsvOut.h"
 
 #include "data/DLQuery.h"
+#include "tools/Encodings.h"
 #include "workbench/SQLExecution.h"
 #include "engine/DLObjectNames.h"
 #include "engine/DLQuoteTools.h"
@@ -410,17 +411,16 @@ QString readScriptText(const QByteArray& bytes, const QString& name) {
 }
 
 // The script of exec: a file in the encoding it was saved in, or standard
-// input as UTF-8.
+// input (a byte order mark decides, else UTF-8).
 QString readScript(const QString& name) {
     QFile f;
     if (name.isEmpty() || name == u"-") {
         if (!f.open(stdin, QIODevice::ReadOnly)) throw ECustomException(QStringLiteral("Cannot read standard input"));
-    } else {
-        f.setFileName(name);
-        if (!f.open(QIODevice::ReadOnly))
-            throw ECustomException(QStringLiteral("Cannot open file \"%1\": %2").arg(name, f.errorString()));
+        return readScriptText(f.readAll(), name);
     }
-    return readScriptText(f.readAll(), name);
+    if (!QFileInfo(name).isFile()) throw ECustomException(QStringLiteral("Cannot open file \"%1\"").arg(name));
+    // In the encoding it was saved in, as the SQL tab loads it.
+    return LoadStrings(name);
 }
 
 void cmdExec(const Options& o, QTextStream& out, QTextStream& err) {

@@ -1,5 +1,9 @@
 #include "SCMain.h"
 
+#include "FrameSQL.h"
+#include "SQLPage.h"
+#include "widgets/SQLEditor.h"
+
 #include "Application.h"
 #include "FDialogs.h"
 #include "FOptions.h"
@@ -207,9 +211,24 @@ void TfrmSCMain::CreateWidgets() {
     mmoDatabase->setObjectName(QStringLiteral("mmoDatabase"));
     mmoDatabase->setReadOnly(true);
     tabDatabase = mmoDatabase;
-    mmoSQL = new QPlainTextEdit(pcMain);
-    mmoSQL->setObjectName(QStringLiteral("mmoSQL"));
-    tabSQL = mmoSQL;
+    TSQLPage::THost host;
+    host.CurrentDatabase = [this] { return ConnectedCurrent(); };
+    host.DBCache = [this]() -> TDBCache& { return *FDBCache; };
+    host.SetStatus = [this](const QString& Text) {
+        spStatus->setText(Text);
+        spStatus->repaint();
+    };
+    host.SetRowsAffected = [this](const QString& Text) { spRowsAffected->setText(Text); };
+    host.ShowError = [this](const QString& Message) { ShowError(Message); };
+    host.Confirm = [this](const QString& Question) { return Confirm(Question); };
+    host.RefreshDatabase = [this] { RefreshCurrentDatabase(); };
+    host.RefreshData = [this] {
+        if (FSettings.AutoRefreshData && FDataTable) ShowData();
+    };
+    host.UpdateControls = [this] { UpdateControls(); };
+    host.AsyncUpdateControls = [this] { AsyncUpdateControls(); };
+    FSQLPage = new TSQLPage(std::move(host), pcMain);
+    tabSQL = FSQLPage;
     grdData = new QTableView(pcMain);
     grdData->setObjectName(QStringLiteral("grdData"));
     grdData->setEditTriggers(QAbstractItemView::DoubleClicked | QAbstractItemView::EditKeyPressed |
@@ -240,7 +259,7 @@ void TfrmSCMain::CreateWidgets() {
     pcMain->addTab(tabDDL, QStringLiteral("DDL"));
     pcMain->addTab(tabLog, QStringLiteral("Log"));
     pcMain->setTabVisible(pcMain->indexOf(tabLog), FLogEnabled);
-    for (QPlainTextEdit* editor : {mmoSQL, mmoDDL}) editor->setFont(DefaultFixedFont());
+    mmoDDL->setFont(DefaultFixedFont());
 
     // The pages take whatever the window gains or loses; the tree keeps the
     // width it was given, so that a width restored before the window has its
@@ -465,6 +484,23 @@ void TfrmSCMain::CreateActions() {
     bar->addSeparator();
     for (QAction* a : {acBeginTransaction, acCommit, acRollback}) bar->addAction(a);
 
+    TSQLPage& q = *FSQLPage;
+    auto* sql = new QMenu(QStringLiteral("&SQL"), this);
+    sql->setObjectName(QStringLiteral("miSQL"));
+    menuBar()->insertMenu(tools->menuAction(), sql);
+    for (QAction* a : {q.acExecuteSQL, q.acExecuteCurrentLineSQL, q.acExecuteCurrentStatementSQL, q.acStopQuery})
+        sql->addAction(a);
+    sql->addSeparator();
+    for (QAction* a : {q.acNewSQLTab, q.acCloseSQLTab, q.acCloseOtherSQLTabs}) sql->addAction(a);
+    sql->addSeparator();
+    for (QAction* a : {q.acLoadSQL, q.acSaveSQL, q.acClearSQL}) sql->addAction(a);
+    sql->addMenu(q.miSQLHistory);
+    sql->addSeparator();
+    for (QAction* a : {q.acFind, q.acFindNext, q.acFindPrev, q.acReplace, q.acEditComment, q.acResultsAsText})
+        sql->addAction(a);
+    bar->addSeparator();
+    for (QAction* a : {q.acExecuteSQL, q.acStopQuery}) bar->addAction(a);
+
     // The tree's own menu: one list for every kind of node, each entry
     // gated by the rule table.
     tvDatabases->setContextMenuPolicy(Qt::ActionsContextMenu);
@@ -484,6 +520,7 @@ void TfrmSCMain::CreateTimers() {
     // A cached read statement must not keep its lock once a lock error
     // was seen.
     tmUnlock = make("tmUnlock", 200, [this] {
+        if (FSQLPage->Running()) return;
         TDLSQLiteDatabase* db = CurrentDatabase();
         if (db && db->Connected() && db->GetLastLockTime() > 0 &&
             NowAsDateTime() - db->GetLastLockTime() > 1.0 / 86400.0)
@@ -491,11 +528,13 @@ void TfrmSCMain::CreateTimers() {
     });
     // Keyboard moves in the tree that no signal reported.
     tmFocusedChanged = make("tmFocusedChanged", 200, [this] {
+        if (FSQLPage->Running()) return;
         if (tvDatabases->currentItem() != FOldFocusedNode && !FCreatingView && !FCreatingTable &&
             !FCreatingVirtualTable)
             ForceRefreshAll();
     });
     tmRecordCount = make("tmRecordCount", 100, [this] {
+        if (FSQLPage->Running()) return;
         const qint64 now = NowMSecs();
         if (FLastRefreshTime < FLastModifiedTime && now - FLastModifiedTime > 333) {
             tvDatabases->UpdateRecordCounts();
@@ -510,7 +549,9 @@ void TfrmSCMain::CreateTimers() {
     // Arguments handed over by later starts. A timer rather than the idle
     // hook: a list that has to wait (behind a modal dialog, during a design
     // edit) would otherwise be looked at again on every pass of the loop.
-    tmInstParams = make("tmInstParams", 200, [this] { DrainInstParams(); });
+    tmInstParams = make("tmInstParams", 200, [this] {
+        if (!FSQLPage->Running()) DrainInstParams();
+    });
     tmUnlock->start();
     tmFocusedChanged->start();
     tmRecordCount->start();
@@ -636,7 +677,9 @@ void TfrmSCMain::LoadSettings() {
         FRegistry->LoadDatabases(store);
     }
     FFeatures.Load(store);
-    mmoSQL->setPlainText(s.SQLTexts.value(0));
+    FSQLPage->RestoreTabs(s.SQLTexts, s.SQLPanelHeights, s.LayoutValues.value(QStringLiteral("SQLPage"), 0));
+    FSQLPage->FLastSQLFile = s.LastPaths.value(QStringLiteral("LastSQLFile"));
+    FSQLPage->FLastSQLDirectory = s.LastPaths.value(QStringLiteral("LastSQLDirectory"));
 
     ApplySettings();
     FRegistry->FLastEncoding = s.LastEncoding;
@@ -664,11 +707,14 @@ void TfrmSCMain::ApplySettings() {
         (s.FixedFont.Name == QLatin1String("Consolas") || s.FixedFont.Name == QLatin1String("Coorier New")))
         fixed = ToFont(s.FixedFont);
     const QFont editor = s.EditorFont.Name.isEmpty() ? fixed : ToFont(s.EditorFont);
-    for (QPlainTextEdit* e : {mmoSQL, mmoDDL}) {
+    for (QPlainTextEdit* e : {mmoDDL}) {
         e->setFont(editor);
         e->setLineWrapMode(s.EditorWordWrap ? QPlainTextEdit::WidgetWidth : QPlainTextEdit::NoWrap);
         e->setTabStopDistance(s.EditorTabWidth * QFontMetricsF(editor).horizontalAdvance(u' '));
     }
+    FSQLPage->ApplyEditorSettings(editor, s.EditorWordWrap, s.EditorTabWidth, s.CodeCompletion, s.AutoInvoke,
+                                  s.CodeCompletionDelay, s.CodeTemplates, s.CodeTemplateCompletion);
+    FSQLPage->SetResultsAsText(s.ResultsAsText, s.TextSizeLimit);
     if (!s.DefaultFont.Name.isEmpty()) setFont(ToFont(s.DefaultFont));
 
     grdData->setAlternatingRowColors(s.AlternateBackColor);
@@ -691,9 +737,12 @@ void TfrmSCMain::CollectSettings() {
     s.LayoutValues[QStringLiteral("DBTree.Width")] = FSplitter->sizes().value(0);
     s.LayoutValues[QStringLiteral("SelectedPage")] = pcMain->currentIndex();
     s.Monitor = std::max<qsizetype>(0, QGuiApplication::screens().indexOf(screen()));
-    if (s.SQLTexts.isEmpty()) s.SQLTexts << QString();
-    s.SQLTexts[0] = mmoSQL->toPlainText();
+    s.SQLTexts = FSQLPage->Texts();
     s.SQLTabCount = s.SQLTexts.size();
+    s.SQLPanelHeights = FSQLPage->PanelHeights();
+    s.LayoutValues[QStringLiteral("SQLPage")] = FSQLPage->pcSQL->currentIndex();
+    s.LastPaths[QStringLiteral("LastSQLFile")] = FSQLPage->FLastSQLFile;
+    s.LastPaths[QStringLiteral("LastSQLDirectory")] = FSQLPage->FLastSQLDirectory;
     s.ShowRecordCounts = tvDatabases->ShowRecordCounts();
     s.CurrentAlias = GlobalData->CurrentAlias();
     s.CurrentObject = GlobalData->CurrentItemName();
@@ -703,7 +752,7 @@ void TfrmSCMain::CollectSettings() {
     s.Unicode = FRegistry->FUnicodeEncoding;
     s.LibraryFileName = FLibraryFileName;
     s.DefaultFont = FontSetting(font());
-    s.EditorFont = FontSetting(mmoSQL->font());
+    s.EditorFont = FontSetting(FSQLPage->Frame(0)->mmoSQL->font());
     if (const QToolBar* bar = findChild<QToolBar*>(QStringLiteral("tbMain"))) {
         TBarLayout& layout = s.Bars[bar->objectName()];
         layout.Row = 0;
@@ -738,6 +787,12 @@ void TfrmSCMain::ForceRefreshAll() {
         this,
         [this] {
             FNeedRefreshAll = false;
+            // Nothing reads the schema while a statement runs on the same
+            // connection; the refresh follows the run.
+            if (FSQLPage->Running()) {
+                FRefreshAfterRun = true;
+                return;
+            }
             RefreshAll();
         },
         Qt::QueuedConnection);
@@ -939,6 +994,7 @@ void TfrmSCMain::UpdateControls() {
 }
 
 void TfrmSCMain::InternalUpdateControls() {
+    FCanAbort = FSQLPage->Running();
     const bool running = FCanAbort;
     const bool editing = FEditingTable || FEditingView || FEditingVirtualTable;
     const bool idle = !editing && !running;
@@ -985,7 +1041,14 @@ void TfrmSCMain::InternalUpdateControls() {
     tab(tabDesign, "Design", !running && item >= itTable);
     tab(tabDDL, "DDL", idle && item != itNone);
     pcMain->setTabVisible(pcMain->indexOf(tabLog), FLogEnabled);
+    FSQLPage->UpdateControls(connected, idle, pcMain->currentWidget() == tabSQL,
+                             FFeatures.IsEnabled(QStringLiteral("Show/Hide features"), QStringLiteral("Find/Replace")),
+                             FFeatures.IsEnabled(QStringLiteral("Show/Hide features"), QStringLiteral("SQL history")));
     SetTransactionStatus(inTransaction ? QStringLiteral("Active") : QString());
+    if (!running && FRefreshAfterRun) {
+        FRefreshAfterRun = false;
+        ForceRefreshAll();
+    }
 }
 
 void TfrmSCMain::SetTransactionStatus(const QString& Value) {
@@ -1118,7 +1181,7 @@ void TfrmSCMain::acOptionsExecute() {
     data.Features = FFeatures;
     data.TypeMappings = DefaultTypeMappings();
     data.DefaultFont = font();
-    data.EditorFont = mmoSQL->font();
+    data.EditorFont = FSQLPage->Frame(0)->mmoSQL->font();
     data.AssociatedExtensions = GetAssociatedExtensions(QCoreApplication::applicationFilePath());
     TfrmOptions dialog(data, ListSQLiteLibraries({QCoreApplication::applicationDirPath()}), this);
     const int result = dialog.exec();

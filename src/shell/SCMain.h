@@ -37,6 +37,7 @@ class TDLDBTree;
 class TDLSQLiteDatabase;
 class TDLTable;
 class TDataSetModel;
+class TSQLPage;
 
 class TfrmSCMain : public QMainWindow, private IRegistryHost {
     Q_OBJECT
@@ -77,6 +78,7 @@ public:
     TDLDBTree* Tree() const { return tvDatabases; }
     QTabWidget* Pages() const { return pcMain; }
     QPlainTextEdit* DDLView() const { return mmoDDL; }
+    TSQLPage* SQLPage() const { return FSQLPage; }
     QTableView* DataView() const { return grdData; }
     TDataSetModel* DataModel() const { return FDataModel; }
     QString HeaderText() const;
@@ -170,7 +172,8 @@ private:
     bool FLogEnabled = false;
     bool FThumbnails = false;
     int FDataBufferSize = 512;
-    bool FCanAbort = false;
+    bool FCanAbort = false;  // a SQL run is under way
+    bool FRefreshAfterRun = false;
     bool FEditingTable = false, FEditingView = false, FEditingVirtualTable = false;
     bool FCreatingTable = false, FCreatingView = false, FCreatingVirtualTable = false;
     qint64 FLastRefreshTime = 0, FLastModifiedTime = 0;  // ms since the epoch
@@ -186,7 +189,7 @@ private:
     QWidget *tabDatabase = nullptr, *tabSQL = nullptr, *tabData = nullptr, *tabDesign = nullptr,
             *tabDDL = nullptr, *tabLog = nullptr;
     QPlainTextEdit* mmoDatabase = nullptr;
-    QPlainTextEdit* mmoSQL = nullptr;
+    TSQLPage* FSQLPage = nullptr;
     QTreeWidget* tvFields = nullptr;
     QPlainTextEdit* mmoDDL = nullptr;
     QPlainTextEdit* mmoLog = nullptr;
