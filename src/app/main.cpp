@@ -103,10 +103,15 @@ int main(int argc, char* argv[]) {
     // a name that went stale ends the program rather than show another.
     const QString showObject = qEnvironmentVariable("BRINDLE_SHOW_OBJECT");
     const QString showPage = qEnvironmentVariable("BRINDLE_SHOW_PAGE");
-    if (!showObject.isEmpty() || !showPage.isEmpty())
-        QTimer::singleShot(0, &window, [&window, showObject, showPage] {
-            const QString missing = window.ShowByName(showObject, showPage);
-            if (missing.isEmpty()) return;
+    // And a text to run in the SQL tab, as F5 would.
+    const QString showSQL = qEnvironmentVariable("BRINDLE_SHOW_SQL");
+    if (!showObject.isEmpty() || !showPage.isEmpty() || !showSQL.isEmpty())
+        QTimer::singleShot(0, &window, [&window, showObject, showPage, showSQL] {
+            const QString missing = window.ShowByName(showObject, showSQL.isEmpty() ? showPage : QStringLiteral("SQL"));
+            if (missing.isEmpty()) {
+                if (!showSQL.isEmpty()) window.RunSQL(showSQL);
+                return;
+            }
             std::fprintf(stderr, "brindle: %s\n", qPrintable(missing));
             QCoreApplication::exit(2);
         });

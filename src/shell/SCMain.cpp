@@ -1058,6 +1058,12 @@ void TfrmSCMain::SetTransactionStatus(const QString& Value) {
 // ---------------------------------------------------------------------------
 // Commands
 
+void TfrmSCMain::RunSQL(const QString& Text) {
+    pcMain->setCurrentWidget(tabSQL);
+    FSQLPage->GetSQLFrame()->mmoSQL->setText(Text);
+    FSQLPage->ExecuteSQL(Text);
+}
+
 TDLSQLiteDatabase* TfrmSCMain::OpenDatabase(const QString& FileName, const QString& AliasName) {
     return FRegistry->OpenDatabase(FileName, AliasName);
 }

@@ -58,6 +58,8 @@ public:
     // mouse; either may be empty. Returns what could not be found, else an
     // empty text. Lets a script name what it wants to see.
     QString ShowByName(const QString& ObjectName, const QString& PageCaption);
+    // Puts Text in the current SQL tab and runs it there, as F5 does.
+    void RunSQL(const QString& Text);
 
     // Registry flows, as the commands run them.
     TDLSQLiteDatabase* OpenDatabase(const QString& FileName, const QString& AliasName = QString());
