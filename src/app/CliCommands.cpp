@@ -399,27 +399,15 @@ void cmdQuery(const Options& o, QTextStream& out) {
     if (db.GetInTransaction()) db.Rollback();
 }
 
-// Text of a script: a byte order mark decides, else it must be UTF-8.
-QString readScriptText(const QByteArray& bytes, const QString& name) {
-    auto encoding = QStringConverter::encodingForData(bytes);
-    QStringDecoder decoder(encoding.value_or(QStringConverter::Utf8), QStringConverter::Flag::Stateless);
-    QString text = decoder.decode(bytes);
-    if (decoder.hasError())
-        throw ECustomException(QStringLiteral("The script \"%1\" is not valid UTF-8 text").arg(name.isEmpty() ? QStringLiteral("-") : name));
-    if (text.startsWith(QChar(0xFEFF))) text.remove(0, 1);
-    return text;
-}
-
-// The script of exec: a file in the encoding it was saved in, or standard
-// input (a byte order mark decides, else UTF-8).
+// The script of exec, a file or standard input, read in the encoding it was
+// saved in, as the SQL tab loads files.
 QString readScript(const QString& name) {
-    QFile f;
     if (name.isEmpty() || name == u"-") {
+        QFile f;
         if (!f.open(stdin, QIODevice::ReadOnly)) throw ECustomException(QStringLiteral("Cannot read standard input"));
-        return readScriptText(f.readAll(), name);
+        return DecodeText(f.readAll(), QStringLiteral("standard input"));
     }
     if (!QFileInfo(name).isFile()) throw ECustomException(QStringLiteral("Cannot open file \"%1\"").arg(name));
-    // In the encoding it was saved in, as the SQL tab loads it.
     return LoadStrings(name);
 }
 

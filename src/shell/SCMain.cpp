@@ -221,6 +221,7 @@ void TfrmSCMain::CreateWidgets() {
     host.SetRowsAffected = [this](const QString& Text) { spRowsAffected->setText(Text); };
     host.ShowError = [this](const QString& Message) { ShowError(Message); };
     host.Confirm = [this](const QString& Question) { return Confirm(Question); };
+    host.SelectEncoding = [this](const QString& Caption, QString& Encoding) { return SelectEncoding(Caption, Encoding); };
     host.RefreshDatabase = [this] { RefreshCurrentDatabase(); };
     host.RefreshData = [this] {
         if (FSettings.AutoRefreshData && FDataTable) ShowData();

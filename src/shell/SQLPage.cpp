@@ -1,7 +1,6 @@
 #include "SQLPage.h"
 
 #include "Application.h"
-#include "FDialogs.h"
 #include "FrameSQL.h"
 #include "SearchDialogs.h"
 
@@ -159,9 +158,7 @@ TfrmSQL* TSQLPage::NewSQLTab() {
     }
     f->mmoSQL->FOnCompletion = [this](const QString& Before, const QString& After, const QString& Input) {
         std::vector<TEditorProposal> items;
-        QString before = Before, after = After;
-        SeparateStatements(before, after);
-        for (TCompletionItem& c : CompletionProposal(FHost.CurrentDatabase(), before, after, Input))
+        for (TCompletionItem& c : CompletionProposal(FHost.CurrentDatabase(), Before, After, Input))
             items.push_back({c.Name + QStringLiteral("  (") + c.Kind + u')', c.Insert});
         return items;
     };
@@ -344,11 +341,11 @@ void TSQLPage::ExecuteSQL(const QString& SQL) {
 }
 
 void TSQLPage::CheckAbortQuery() {
-    static bool asking = false;
-    if (!FCanAbort || asking) return;
-    asking = true;
+    // Esc pressed again while the question is up asks nothing more.
+    if (!FCanAbort || FAskingStop) return;
+    FAskingStop = true;
     const bool yes = !FHost.Confirm || FHost.Confirm(QStringLiteral("Stop query execution?"));
-    asking = false;
+    FAskingStop = false;
     if (yes && FCanAbort) GetSQLFrame()->FRunner.Abort();
 }
 
@@ -460,9 +457,7 @@ void TSQLPage::acSaveSQLExecute() {
                                             QStringLiteral("SQL files (*.sql);;All files (*.*)"));
         if (file.isEmpty()) return;
         if (QFileInfo(file).suffix().isEmpty()) file += QStringLiteral(".sql");
-        TfrmSelectEncoding dialog(QStringLiteral("Select Encoding"), encoding, this);
-        if (dialog.exec() != QDialog::Accepted) return;
-        encoding = dialog.Encoding();
+        if (!FHost.SelectEncoding || !FHost.SelectEncoding(QStringLiteral("Select Encoding"), encoding)) return;
     }
     SaveSQLFile(file, encoding);
 }

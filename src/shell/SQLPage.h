@@ -40,6 +40,8 @@ public:
         std::function<void(const QString& Text)> SetRowsAffected;
         std::function<void(const QString& Message)> ShowError;
         std::function<bool(const QString& Question)> Confirm;
+        // "Select Encoding": false when cancelled.
+        std::function<bool(const QString& Caption, QString& Encoding)> SelectEncoding;
         // After a run: the tree (schema changed) or the data page (rows
         // changed) are read again.
         std::function<void()> RefreshDatabase;
@@ -126,6 +128,7 @@ private:
     TParamCache FParamCache;
     TSQLRunOutcome FLastOutcome;
     bool FCanAbort = false;
+    bool FAskingStop = false;
     bool FResultsAsText = false;
     int FTextSizeLimit = 1;
     std::unique_ptr<TSynSearch> FSynSearch;

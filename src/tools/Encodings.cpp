@@ -206,7 +206,10 @@ QString LoadStrings(const QString& FileName) {
         throw ECustomException(
             QStringLiteral("Cannot read the file %1: %2").arg(Quoted(FileName), file.errorString()),
             QStringLiteral("FileName"), FileName);
+    return DecodeText(data, FileName);
+}
 
+QString DecodeText(const QByteArray& data, const QString& FileName) {
     const TEncoding encoding = EncodingOfCodePage(
         DetectCharsetInfo(data.constData(), std::min<qint64>(data.size(), DETECTION_SIZE)).CodePage);
     const QByteArray preamble = encoding.GetPreamble();

@@ -54,6 +54,9 @@ TEncoding GetFileEncoding(const QString& FileName);
 // the byte offset (counted from the file's start) of the first sequence
 // that is invalid in that encoding.
 QString LoadStrings(const QString& FileName);
+// The same for bytes read elsewhere (standard input); FileName names them
+// in the message.
+QString DecodeText(const QByteArray& Data, const QString& FileName);
 
 // Writes Text as lines, each ended by CR LF as the program's text files
 // are, in Encoding, with its byte order mark if WithPreamble. The file is

@@ -1,5 +1,8 @@
 #include "SQLEditor.h"
 
+#include "workbench/CodeComplete.h"
+#include "workbench/EditorText.h"
+
 #include <Qsci/qscilexersql.h>
 
 #include <QDragEnterEvent>
@@ -15,8 +18,6 @@ namespace {
 
 constexpr int kCompletionList = 1;
 constexpr int kTemplateList = 2;
-
-bool IsWordChar(QChar c) { return c.isLetterOrNumber() || c == u'_' || c == u'$'; }
 
 }  // namespace
 
@@ -110,24 +111,17 @@ void TSQLEditor::SetSelectionRange(int Start, int End) {
 QString TSQLEditor::CurrentWord() const {
     int line = 0, column = 0;
     CaretPosition(line, column);
-    const QString lineText = Lines().value(line).left(column);
-    int start = lineText.size();
-    while (start > 0 && IsWordChar(lineText[start - 1])) --start;
-    return lineText.mid(start);
+    return GetCurrentInput(Lines().value(line).left(column));
 }
 
 void TSQLEditor::ShowCompletion() {
     FCompletionTimer->stop();
     if (!FOnCompletion || isReadOnly()) return;
-    const QStringList lines = Lines();
     int line = 0, column = 0;
     CaretPosition(line, column);
     QString before, after;
-    for (int i = 0; i < line; ++i) before += lines[i] + QStringLiteral("\r\n");
-    before += lines.value(line).left(column);
-    after = lines.value(line).mid(column);
-    for (int i = line + 1; i < lines.size(); ++i) after += QStringLiteral("\r\n") + lines[i];
-    const QString input = CurrentWord();
+    GetEditorText(Lines(), line, column, before, after);
+    const QString input = GetCurrentInput(before);
     std::vector<TEditorProposal> all = FOnCompletion(before, after, input);
     // The list shows what begins with the word typed so far; the rest of
     // the narrowing is the control's as the user goes on typing.
@@ -136,7 +130,9 @@ void TSQLEditor::ShowCompletion() {
     for (TEditorProposal& p : all) {
         QString bare = p.Insert;
         if (bare.startsWith(u'"') || bare.startsWith(u'[') || bare.startsWith(u'`')) bare.remove(0, 1);
-        if (!input.isEmpty() && !bare.startsWith(input, Qt::CaseInsensitive)) continue;
+        if (!input.isEmpty() && !bare.startsWith(input, Qt::CaseInsensitive) &&
+            !p.Insert.startsWith(input, Qt::CaseInsensitive))
+            continue;
         shown << p.Display;
         FShown.push_back(std::move(p));
     }

@@ -283,7 +283,6 @@ TSQLRunOutcome TSQLRunner::ExecuteSQL(TDLSQLiteDatabase* Database, const QString
 
     TRun run;
     run.Database = Database;
-    FDatabase = Database;
     bool failed = false;
     try {
         FQuery.Close();
@@ -308,7 +307,7 @@ TSQLRunOutcome TSQLRunner::ExecuteSQL(TDLSQLiteDatabase* Database, const QString
                 if (IsSQL(run.List[i])) run.Commands[static_cast<size_t>(i)] = GetSQLCommand(run.List[i]);
             for (int i = run.List.size() - 1; i >= 0; --i) {
                 const TSQLTokenType c = run.Commands[static_cast<size_t>(i)];
-                if (IsSQL(run.List[i]) && (c == stSelect || c == stPragma || c == stExplain)) {
+                if (c == stSelect || c == stPragma || c == stExplain) {
                     run.LastSelectIndex = i;
                     break;
                 }
@@ -333,7 +332,6 @@ TSQLRunOutcome TSQLRunner::ExecuteSQL(TDLSQLiteDatabase* Database, const QString
         outcome.ErrorMessage = QString::fromUtf8(e.what());
     }
     FCanAbort.store(false);
-    FDatabase = nullptr;
 
     outcome.Milliseconds = run.Timer.Total();
     outcome.Aborted = !failed && (run.Aborted || FAborted.load());
@@ -366,11 +364,10 @@ void TSQLRunner::ExecuteStatement(TRun& Run, int Index) {
         ExecuteScriptStatement(Run, statement);
     if (Run.Canceled) return;
     ++Run.Executed;
+    // Dot lines have no command: they change neither schema nor data.
     const TSQLTokenType command = Run.Commands[static_cast<size_t>(Index)];
-    if (IsSQL(statement)) {
-        if (IsSchemaChangingCommand(command)) Run.NeedRefreshDatabase = true;
-        if (IsDataChangingCommand(command)) Run.NeedRefreshData = true;
-    }
+    if (IsSchemaChangingCommand(command)) Run.NeedRefreshDatabase = true;
+    if (IsDataChangingCommand(command)) Run.NeedRefreshData = true;
     Run.Updated = true;
 }
 

@@ -130,7 +130,6 @@ private:
     std::atomic<bool> FCanAbort{false};
     std::atomic<bool> FAborted{false};
     QElapsedTimer FLastProgress;
-    TDLSQLiteDatabase* FDatabase = nullptr;  // during a run only
 };
 
 }  // namespace brindle
