@@ -50,6 +50,10 @@ public:
     bool FNotNull = false;
     QString FCollate;
     QString FNotNullConflictClause;  // ROLLBACK, ABORT, FAIL, IGNORE or REPLACE
+    // GENERATED ALWAYS AS: the expression verbatim, without its
+    // parentheses; empty for a stored column. STORED, or else VIRTUAL.
+    QString FGeneratedExpression;
+    bool FGeneratedStored = false;
     // Clauses of the stored text that no field here can hold (such as
     // "GENERATED ALWAYS AS"), set by whoever read the text. The CREATE text
     // leaves them out, so a design with any of them must not be applied.
@@ -192,6 +196,8 @@ public:
 
     QString FViewName;  // may be qualified, "main.v"
     QString FAsClause;  // the text after AS, verbatim
+    // The names in parentheses behind the view's name; empty when none.
+    QStringList FColumnNames;
     TDLTriggerDefs FTriggers;
     bool FIsTemporary = false;
     // Parts of the stored text that this definition cannot hold (a column
@@ -279,6 +285,7 @@ public:
     QString FTableName;  // may be qualified, "main.t"
     bool FIsTemporary = false;
     bool FIsWithoutRowID = false;
+    bool FIsStrict = false;
     // Table options of the stored text that this definition cannot hold
     // (such as "STRICT"); see TDLFieldDef.
     QStringList FUnsupportedClauses;
