@@ -2,11 +2,14 @@
 
 #include "FrameSQL.h"
 #include "SQLPage.h"
+#include "TableDesignPage.h"
+#include "ViewDesignPage.h"
 #include "widgets/SQLEditor.h"
 
 #include "Application.h"
 #include "FDialogs.h"
 #include "FOptions.h"
+#include "FieldMapping.h"
 #include "FileAssociations.h"
 #include "Globals.h"
 #include "LibraryChoice.h"
@@ -22,6 +25,7 @@
 #include "engine/Exceptions.h"
 #include "engine/SQLText.h"
 #include "schema/DLSQLiteMetadata.h"
+#include "schema/DMBrindle.h"
 #include "widgets/DBTree.h"
 #include "widgets/DataSetModel.h"
 #include "workbench/Caches.h"
@@ -46,9 +50,11 @@
 #include <QShortcut>
 #include <QSignalBlocker>
 #include <QSplitter>
+#include <QStackedWidget>
 #include <QStatusBar>
 #include <QTabWidget>
 #include <QTableView>
+#include <QTableWidget>
 #include <QTimer>
 #include <QToolBar>
 #include <QTreeWidget>
@@ -90,6 +96,22 @@ qint64 NowMSecs() {
     return QDateTime::currentMSecsSinceEpoch();
 }
 
+// The arrow over a question asked in the middle of hourglass work.
+class TNormalCursor {
+public:
+    TNormalCursor() : FSet(QApplication::overrideCursor() != nullptr) {
+        if (FSet) QApplication::setOverrideCursor(Qt::ArrowCursor);
+    }
+    ~TNormalCursor() {
+        if (FSet) QApplication::restoreOverrideCursor();
+    }
+    TNormalCursor(const TNormalCursor&) = delete;
+    TNormalCursor& operator=(const TNormalCursor&) = delete;
+
+private:
+    bool FSet;
+};
+
 QAction* MakeAction(QObject* Parent, const char* Name, const QString& Caption) {
     auto* action = new QAction(Caption, Parent);
     action->setObjectName(QLatin1String(Name));
@@ -103,7 +125,9 @@ TfrmSCMain::TfrmSCMain(QWidget* Parent)
       FDBCache(std::make_unique<TDBCache>()),
       FColumnsCache(std::make_unique<TColumnsCache>()),
       FRegistry(std::make_unique<TDatabaseRegistry>(GlobalData->MetaList(), *FDBCache, *FColumnsCache,
-                                                    static_cast<IRegistryHost&>(*this))) {
+                                                    static_cast<IRegistryHost&>(*this))),
+      FdmBrindle(std::make_unique<TdmBrindle>()) {
+    FdmBrindle->Initialize();
     setObjectName(QStringLiteral("TfrmSCMain"));
     FRegistry->FLastDatabaseDirectory = UserDataPath();
     FFeatures.SetDefaultFeatures();
@@ -238,12 +262,8 @@ void TfrmSCMain::CreateWidgets() {
     FDataModel = new TDataSetModel(this);
     grdData->setModel(FDataModel);
     tabData = grdData;
-    tvFields = new QTreeWidget(pcMain);
-    tvFields->setObjectName(QStringLiteral("tvFields"));
-    tvFields->setRootIsDecorated(false);
-    tvFields->setHeaderLabels({QStringLiteral("Name"), QStringLiteral("Type"), QStringLiteral("Not Null"),
-                               QStringLiteral("Default"), QStringLiteral("Primary Key")});
-    tabDesign = tvFields;
+    CreateDesignPages();
+    tabDesign = nbkDesign;
     mmoDDL = new QPlainTextEdit(pcMain);
     mmoDDL->setObjectName(QStringLiteral("mmoDDL"));
     mmoDDL->setReadOnly(true);
@@ -360,6 +380,7 @@ void TfrmSCMain::CreateActions() {
     acFileExit->setShortcut(QKeySequence::Quit);
     acRefreshData = MakeAction(this, "acRefreshData", QStringLiteral("Refresh &Data"));
     acRefreshData->setShortcut(QKeySequence::Refresh);
+    acRenameTable = MakeAction(this, "acRenameTable", QStringLiteral("&Rename Table"));
 
     connect(acCreateDatabase, &QAction::triggered, this,
             [this] { Guard([this] { acCreateDatabaseExecute(); }); });
@@ -410,6 +431,7 @@ void TfrmSCMain::CreateActions() {
     connect(acSavepoint, &QAction::triggered, this, [this] { Guard([this] { acSavepointExecute(); }); });
     connect(acOptions, &QAction::triggered, this, [this] { Guard([this] { acOptionsExecute(); }); });
     connect(acFileExit, &QAction::triggered, this, &QWidget::close);
+    connect(acRenameTable, &QAction::triggered, this, [this] { Guard([this] { acRenameTableExecute(); }); });
 
     connect(miRecentDatabases, &QMenu::aboutToShow, this, &TfrmSCMain::RefreshRecentMenu);
     connect(miAttachedDatabases, &QMenu::aboutToShow, this, [this] {
@@ -471,6 +493,11 @@ void TfrmSCMain::CreateActions() {
     database->addAction(acAttachDatabase);
     database->addMenu(miAttachedDatabases);
     database->addSeparator();
+    database->addAction(FTableDesignPage->acNewTable);
+    database->addAction(FViewDesignPage->acNewView);
+    database->addAction(FVirtualTableDesignPage->acNewVirtualTable);
+    database->addAction(acRenameTable);
+    database->addSeparator();
     database->addAction(acRefreshData);
     miTransaction->addAction(acBeginTransaction);
     miTransaction->addAction(acCommit);
@@ -506,7 +533,8 @@ void TfrmSCMain::CreateActions() {
     // gated by the rule table.
     tvDatabases->setContextMenuPolicy(Qt::ActionsContextMenu);
     for (QAction* a : {acRefreshDatabase, acEditDatabaseRegistration, acCloseDatabase, acCloseAllDatabases,
-                       acAttachDatabase, acDetachDatabase})
+                       acAttachDatabase, acDetachDatabase, FTableDesignPage->acNewTable, FViewDesignPage->acNewView,
+                       FVirtualTableDesignPage->acNewVirtualTable, acRenameTable})
         tvDatabases->addAction(a);
 }
 
@@ -530,8 +558,8 @@ void TfrmSCMain::CreateTimers() {
     // Keyboard moves in the tree that no signal reported.
     tmFocusedChanged = make("tmFocusedChanged", 200, [this] {
         if (FSQLPage->Running()) return;
-        if (tvDatabases->currentItem() != FOldFocusedNode && !FCreatingView && !FCreatingTable &&
-            !FCreatingVirtualTable)
+        if (tvDatabases->currentItem() != FOldFocusedNode && !EditingTable() && !EditingView() &&
+            !EditingVirtualTable())
             ForceRefreshAll();
     });
     tmRecordCount = make("tmRecordCount", 100, [this] {
@@ -609,7 +637,7 @@ QString TfrmSCMain::ShowByName(const QString& ObjectName, const QString& PageCap
 void TfrmSCMain::DrainInstParams() {
     if (InstParams().isEmpty() || FClosing) return;
     // Not behind a modal dialog nor during a design edit: the list waits.
-    if (QApplication::activeModalWidget() || FEditingTable || FEditingView || FEditingVirtualTable) return;
+    if (QApplication::activeModalWidget() || EditingTable() || EditingView() || EditingVirtualTable()) return;
     // Another window of the program in front waits too. No active window at
     // all (no window manager, or another program in front) does not: the
     // second start asked for this file.
@@ -635,7 +663,7 @@ void TfrmSCMain::showEvent(QShowEvent* Event) {
 }
 
 void TfrmSCMain::closeEvent(QCloseEvent* Event) {
-    if ((FEditingTable || FEditingView || FEditingVirtualTable) &&
+    if ((EditingTable() || EditingView() || EditingVirtualTable()) &&
         !Confirm(QStringLiteral("Exit without applying changes?"))) {
         Event->ignore();
         return;
@@ -941,19 +969,39 @@ void TfrmSCMain::RefreshDatabaseInfo() {
 }
 
 void TfrmSCMain::RefreshDesign() {
-    tvFields->clear();
-    TMetadataBaseItem* item = GlobalData->GetCurrentItem();
-    auto addField = [this](const TBaseFieldInfo& f) {
-        const auto* sf = dynamic_cast<const TSQLiteFieldInfo*>(&f);
-        new QTreeWidgetItem(
-            tvFields,
-            {f.FFieldName, f.FFullSQLType, f.FNotNull ? QStringLiteral("yes") : QString(), f.FDefaultValue,
-             sf && sf->FPrimaryKey > 0 ? QString::number(sf->FPrimaryKey) : QString()});
-    };
-    if (const auto* table = dynamic_cast<TBaseTableInfo*>(item))
-        for (int i = 0; i < table->FieldCount(); ++i) addField(table->Fields(i));
-    else if (const auto* view = dynamic_cast<TBaseViewInfo*>(item))
-        for (int i = 0; i < view->FieldCount(); ++i) addField(view->Fields(i));
+    // The design of the current item, fresh from the database: whatever
+    // was pending is gone, which is why nothing calls this during an edit.
+    TDLSQLiteDatabase* db = GlobalData->CurrentDatabase();
+    const TItemType type = GlobalData->CurrentItemType();
+    const QString name = GlobalData->CurrentItemName();
+    FdmBrindle->ClearDesign();
+    FTableDesignPage->ClearTable();
+    FViewDesignPage->ClearView();
+    FVirtualTableDesignPage->ClearVirtualTable();
+    const bool connected = db && db->Connected();
+    switch (type) {
+        case itTable:
+            nbkDesign->setCurrentWidget(FTableDesignPage);
+            if (connected) Guard([&] { FTableDesignPage->LoadTable(*db, name); });
+            break;
+        case itView:
+            nbkDesign->setCurrentWidget(FViewDesignPage);
+            if (connected) Guard([&] { FViewDesignPage->LoadView(*db, name); });
+            break;
+        case itVirtualTable:
+            nbkDesign->setCurrentWidget(FVirtualTableDesignPage);
+            if (connected) Guard([&] { FVirtualTableDesignPage->LoadVirtualTable(*db, name); });
+            break;
+        case itShadowTable:
+            nbkDesign->setCurrentWidget(lblShadowTable);
+            break;
+        default:
+            break;
+    }
+    // A load that failed half-way leaves nothing pending either.
+    FdmBrindle->FTableDesignModified = FdmBrindle->FFieldsModified = FdmBrindle->FIndexesModified =
+        FdmBrindle->FTableTriggersModified = FdmBrindle->FViewDesignModified =
+            FdmBrindle->FVirtualTableDesignModified = FdmBrindle->FCreatingTable = false;
 }
 
 void TfrmSCMain::CloseData() {
@@ -997,7 +1045,9 @@ void TfrmSCMain::UpdateControls() {
 void TfrmSCMain::InternalUpdateControls() {
     FCanAbort = FSQLPage->Running();
     const bool running = FCanAbort;
-    const bool editing = FEditingTable || FEditingView || FEditingVirtualTable;
+    const bool editingTable = EditingTable(), editingView = EditingView(),
+               editingVirtualTable = EditingVirtualTable();
+    const bool editing = editingTable || editingView || editingVirtualTable;
     const bool idle = !editing && !running;
     TDLSQLiteDatabase* db = CurrentDatabase();
     const bool hasDB = db != nullptr;
@@ -1020,6 +1070,25 @@ void TfrmSCMain::InternalUpdateControls() {
     acReleaseSavepoint->setEnabled(savepoints && idle);
     acRollbackToSavepoint->setEnabled(savepoints && idle);
     acRefreshData->setEnabled((item == itTable || item == itView || item == itVirtualTable) && idle);
+    acRenameTable->setEnabled((item == itTable || item == itVirtualTable) && idle);
+    acRenameTable->setText(item == itTable || item == itVirtualTable
+                               ? QStringLiteral("&Rename Table ") + ExtractObjectName(GlobalData->CurrentItemName())
+                               : QStringLiteral("&Rename Table"));
+    for (QAction* a : {FTableDesignPage->acNewTable, FViewDesignPage->acNewView, FVirtualTableDesignPage->acNewVirtualTable})
+        a->setEnabled(connected && idle);
+
+    // The design pages. A new table may always be shaped; an existing one
+    // only where a rebuild would not fire foreign key actions.
+    bool canRestructure = FdmBrindle->FCreatingTable || FVirtualTableDesignPage->CreatingVirtualTable();
+    if (!canRestructure && item == itTable) {
+        try {
+            canRestructure = CanRestructureTable(db, GlobalData->CurrentItemName());
+        } catch (const std::exception&) {
+        }
+    }
+    FTableDesignPage->UpdateControls(running || editingVirtualTable, canRestructure);
+    FViewDesignPage->UpdateControls(running);
+    FVirtualTableDesignPage->UpdateControls(running);
 
     const QString features = QStringLiteral("Show/Hide features");
     const bool attach = FFeatures.IsEnabled(features, QStringLiteral("Attach/Detach databases"));
@@ -1039,7 +1108,9 @@ void TfrmSCMain::InternalUpdateControls() {
     tab(tabDatabase, "Database", idle);
     tab(tabSQL, "SQL", !editing);
     tab(tabData, "Data", !editing);
-    tab(tabDesign, "Design", !running && item >= itTable);
+    const bool creating = FdmBrindle->FCreatingTable || FViewDesignPage->CreatingView() ||
+                          FVirtualTableDesignPage->CreatingVirtualTable();
+    tab(tabDesign, "Design", !running && (item >= itTable || creating));
     tab(tabDDL, "DDL", idle && item != itNone);
     pcMain->setTabVisible(pcMain->indexOf(tabLog), FLogEnabled);
     FSQLPage->UpdateControls(connected, idle, pcMain->currentWidget() == tabSQL,
@@ -1083,7 +1154,9 @@ TDLSQLiteDatabase* TfrmSCMain::ConnectedCurrent() {
 }
 
 void TfrmSCMain::FocusedNodeChanged() {
-    if (FCreatingView || FCreatingTable || FCreatingVirtualTable) return;
+    // The selection cannot move while a design is pending; a move that got
+    // through does not throw the design away.
+    if (EditingTable() || EditingView() || EditingVirtualTable()) return;
     // A database connects when it is first chosen.
     if (TDLSQLiteDatabase* db = CurrentDatabase(); db && !db->Connected())
         Guard([db] { db->SetConnected(true); });
@@ -1292,6 +1365,259 @@ void TfrmSCMain::SetUnicodeEncoding(bool Value) {
 }
 
 // ---------------------------------------------------------------------------
+// Design pages
+
+void TfrmSCMain::CreateDesignPages() {
+    nbkDesign = new QStackedWidget(pcMain);
+    nbkDesign->setObjectName(QStringLiteral("nbkDesign"));
+    // The pages' rows of boxes and buttons would otherwise set how narrow
+    // the pages may get, and with it how wide the tree may be.
+    nbkDesign->setMinimumSize(200, 200);
+    auto confirm = [this](const QString& Question) { return Confirm(Question); };
+    auto error = [this](const QString& Message) { ShowError(Message); };
+    auto update = [this] { UpdateControls(); };
+    auto confirmPaste = [this] { return FSettings.ConfirmCopyPasteProperties; };
+
+    TTableDesignPage::THost table;
+    table.CurrentDatabase = [this] { return ConnectedCurrent(); };
+    table.Confirm = confirm;
+    table.ShowError = error;
+    table.UpdateControls = update;
+    table.ConfirmCopyPasteProperties = confirmPaste;
+    table.TableNames = [this] {
+        QStringList names;
+        if (TDLSQLiteMetadata* md = GlobalData->GetCurrentMetadata())
+            for (int i = 0; i < md->TableCount(); ++i) names << ExtractObjectName(md->Tables(i).GetName());
+        return names;
+    };
+    FTableDesignPage = new TTableDesignPage(*FdmBrindle, std::move(table), nbkDesign);
+    TViewDesignPage::THost view;
+    view.Confirm = confirm;
+    view.ShowError = error;
+    view.UpdateControls = update;
+    view.ConfirmCopyPasteProperties = confirmPaste;
+    FViewDesignPage = new TViewDesignPage(*FdmBrindle, std::move(view), nbkDesign);
+    FVirtualTableDesignPage = new TVirtualTableDesignPage(*FdmBrindle, {update}, nbkDesign);
+    lblShadowTable = new QLabel(
+        QStringLiteral("This table holds the data of a virtual table, which maintains it; it has no design of "
+                       "its own."),
+        nbkDesign);
+    lblShadowTable->setObjectName(QStringLiteral("ShadowTableDesign"));
+    lblShadowTable->setAlignment(Qt::AlignCenter);
+    nbkDesign->addWidget(FTableDesignPage);
+    nbkDesign->addWidget(FViewDesignPage);
+    nbkDesign->addWidget(FVirtualTableDesignPage);
+    nbkDesign->addWidget(lblShadowTable);
+
+    // Apply and Cancel stand above the sub-pages of the table page.
+    auto* bar = new QToolBar(FTableDesignPage);
+    bar->setToolButtonStyle(Qt::ToolButtonTextOnly);
+    bar->addAction(FTableDesignPage->acApplyTableDesign);
+    bar->addAction(FTableDesignPage->acCancelTableDesign);
+    static_cast<QVBoxLayout*>(FTableDesignPage->layout())->insertWidget(1, bar);
+
+    TTableDesignPage& t = *FTableDesignPage;
+    connect(t.acApplyTableDesign, &QAction::triggered, this, [this] { Guard([this] { acApplyTableDesignExecute(); }); });
+    connect(t.acCancelTableDesign, &QAction::triggered, this, [this] { acCancelTableDesignExecute(); });
+    connect(t.acNewTable, &QAction::triggered, this, [this] { Guard([this] { acNewTableExecute(); }); });
+    TViewDesignPage& v = *FViewDesignPage;
+    connect(v.acApplyViewDesign, &QAction::triggered, this, [this] { Guard([this] { acApplyViewDesignExecute(); }); });
+    connect(v.acCancelViewDesign, &QAction::triggered, this, [this] {
+        FViewDesignPage->SetCreatingView(false);
+        ForceRefreshAll();
+    });
+    connect(v.acNewView, &QAction::triggered, this, [this] { Guard([this] { acNewViewExecute(); }); });
+    TVirtualTableDesignPage& vt = *FVirtualTableDesignPage;
+    connect(vt.acApplyVirtualTableDesign, &QAction::triggered, this,
+            [this] { Guard([this] { acApplyVirtualTableDesignExecute(); }); });
+    connect(vt.acCancelVirtualTableDesign, &QAction::triggered, this, [this] {
+        FVirtualTableDesignPage->SetCreatingVirtualTable(false);
+        ForceRefreshAll();
+    });
+    connect(vt.acNewVirtualTable, &QAction::triggered, this,
+            [this] { Guard([this] { acNewVirtualTableExecute(); }); });
+}
+
+bool TfrmSCMain::EditingTable() const {
+    return FdmBrindle->FTableDesignModified || FdmBrindle->FCreatingTable;
+}
+
+bool TfrmSCMain::EditingView() const {
+    return FViewDesignPage && FViewDesignPage->EditingView();
+}
+
+bool TfrmSCMain::EditingVirtualTable() const {
+    return FVirtualTableDesignPage && FVirtualTableDesignPage->EditingVirtualTable();
+}
+
+void TfrmSCMain::acApplyTableDesignExecute() {
+    TDLSQLiteDatabase* db = ConnectedCurrent();
+    if (!db || !FdmBrindle->FTableDesignModified) return;
+    const QString alias = db->AliasName();
+    QString name = FTableDesignPage->EditorTableName();
+    TApplyHooks hooks;
+    hooks.OnStatus = [this](const QString& Status) {
+        spStatus->setText(Status);
+        spStatus->repaint();
+    };
+    hooks.OnConfirm = [this](const QString& Question) { return ConfirmWarning(Question); };
+    TApplyResult result;
+    bool applied = false;
+    {
+        TWaitCursorGuard cursor(true);
+        // The working copy is walked again and again; the grids wait.
+        FTableDesignPage->SetGridsUpdatesEnabled(false);
+        try {
+            result = FdmBrindle->ApplyTableDesign(*db, name, hooks);
+            applied = true;
+        } catch (const std::exception& e) {
+            FTableDesignPage->SetGridsUpdatesEnabled(true);
+            FTableDesignPage->SetEditorTableName(name);
+            spStatus->setText(QStringLiteral("Ready!"));
+            // The design stays on the page to be mended and applied again.
+            ShowError(ExceptionMessage(e));
+        }
+        FTableDesignPage->SetGridsUpdatesEnabled(true);
+    }
+    if (!applied) {
+        UpdateControls();
+        return;
+    }
+    spStatus->setText(QStringLiteral("Ready!"));
+    FTableDesignPage->SetEditorTableName(name);
+    FdmBrindle->FCreatingTable = false;
+    FdmBrindle->FTableDesignModified = false;
+    const QString selected = result.TableName.isEmpty() ? name : result.TableName;
+    FColumnsCache->SetColumns(alias, selected, {});
+    // A failed refresh does not undo what was committed.
+    Guard([&] { RefreshCurrentDatabase(alias, selected); });
+    AsyncUpdateControls();
+}
+
+void TfrmSCMain::acCancelTableDesignExecute() {
+    FdmBrindle->FCreatingTable = false;
+    // The page reloads the design from the database.
+    ForceRefreshAll();
+}
+
+void TfrmSCMain::acNewTableExecute() {
+    if (!ConnectedCurrent()) return;
+    nbkDesign->setCurrentWidget(FTableDesignPage);
+    FTableDesignPage->NewTable();
+    UpdateControls();
+    pcMain->setCurrentWidget(tabDesign);
+    FTableDesignPage->edTableName->setFocus();
+}
+
+void TfrmSCMain::acApplyViewDesignExecute() {
+    TDLSQLiteDatabase* db = ConnectedCurrent();
+    if (!db || !FdmBrindle->FViewDesignModified) return;
+    const QString alias = db->AliasName();
+    const QString name = FViewDesignPage->EditorViewName();
+    const bool creating = FViewDesignPage->CreatingView(), temporary = FViewDesignPage->IsTemporary();
+    {
+        TWaitCursorGuard cursor(true);
+        FViewDesignPage->grdViewTriggers->setUpdatesEnabled(false);
+        try {
+            FdmBrindle->ApplyViewDesign(*db, name, FViewDesignPage->AsClause(), FViewDesignPage->ColumnNames(),
+                                        temporary, creating);
+        } catch (const std::exception& e) {
+            FViewDesignPage->grdViewTriggers->setUpdatesEnabled(true);
+            ShowError(ExceptionMessage(e));
+            UpdateControls();
+            return;
+        }
+        FViewDesignPage->grdViewTriggers->setUpdatesEnabled(true);
+    }
+    FdmBrindle->FViewDesignModified = false;
+    FViewDesignPage->SetCreatingView(false);
+    // A new temporary view lives in temp, whatever the name said.
+    const QString selected =
+        creating && temporary ? QuoteObjectIfNeeded(QStringLiteral("temp"), ExtractObjectName(name)) : name;
+    Guard([&] { RefreshCurrentDatabase(alias, selected); });
+    AsyncUpdateControls();
+}
+
+void TfrmSCMain::acNewViewExecute() {
+    if (!ConnectedCurrent()) return;
+    nbkDesign->setCurrentWidget(FViewDesignPage);
+    FdmBrindle->ClearDesign();
+    FViewDesignPage->NewView();
+    UpdateControls();
+    pcMain->setCurrentWidget(tabDesign);
+}
+
+void TfrmSCMain::acApplyVirtualTableDesignExecute() {
+    TDLSQLiteDatabase* db = ConnectedCurrent();
+    if (!db || !FdmBrindle->FVirtualTableDesignModified) return;
+    const QString alias = db->AliasName();
+    TVirtualTableDesignPage& page = *FVirtualTableDesignPage;
+    const QString name = page.EditorVirtualTableName();
+    TApplyHooks hooks;
+    hooks.OnStatus = [this](const QString& Status) {
+        spStatus->setText(Status);
+        spStatus->repaint();
+    };
+    hooks.OnConfirm = [this](const QString& Question) { return ConfirmWarning(Question); };
+    auto mapping = [this](const QStringList& Source, const QStringList& Dest, QStringList& MappedSource,
+                          QStringList& MappedDest) {
+        if (FOnFieldMapping) return FOnFieldMapping(Source, Dest, MappedSource, MappedDest);
+        const TNormalCursor normal;
+        return TfrmFieldMapping::Execute(this,
+                                         QStringLiteral("Please review the field mapping for recreating virtual table:"),
+                                         Source, Dest, MappedSource, MappedDest);
+    };
+    try {
+        TWaitCursorGuard cursor(true);
+        FdmBrindle->ApplyVirtualTableDesign(*db, page.LoadedTableName(), name, page.ModuleName(),
+                                            page.ModuleArguments(), page.CreatingVirtualTable(), mapping, hooks);
+    } catch (const std::exception& e) {
+        spStatus->setText(QStringLiteral("Ready!"));
+        ShowError(ExceptionMessage(e));
+        UpdateControls();
+        return;
+    }
+    spStatus->setText(QStringLiteral("Ready!"));
+    FdmBrindle->FVirtualTableDesignModified = false;
+    page.SetCreatingVirtualTable(false);
+    Guard([&] { RefreshCurrentDatabase(alias, name); });
+    AsyncUpdateControls();
+}
+
+void TfrmSCMain::acNewVirtualTableExecute() {
+    TDLSQLiteDatabase* db = ConnectedCurrent();
+    if (!db) return;
+    nbkDesign->setCurrentWidget(FVirtualTableDesignPage);
+    FdmBrindle->ClearDesign();
+    FVirtualTableDesignPage->NewVirtualTable(*db);
+    UpdateControls();
+    pcMain->setCurrentWidget(tabDesign);
+}
+
+void TfrmSCMain::acRenameTableExecute() {
+    TDLSQLiteDatabase* db = ConnectedCurrent();
+    const TItemType item = GlobalData->CurrentItemType();
+    if (!db || (item != itTable && item != itVirtualTable)) return;
+    const QString alias = db->AliasName();
+    const QString oldName = GlobalData->CurrentItemName();
+    QString schema, bare;
+    ParseObject(oldName, schema, bare);
+    bool ok = false;
+    const QString newName = QInputDialog::getText(this, QStringLiteral("Rename table ") + oldName,
+                                                  QStringLiteral("New name: "), QLineEdit::Normal, bare, &ok)
+                                .trimmed();
+    if (!ok || newName.isEmpty() || newName == bare) return;
+    {
+        TWaitCursorGuard cursor(true);
+        RenameTable(*db, oldName, newName);
+    }
+    const QString qualified = QuoteObjectIfNeeded(schema, newName);
+    FColumnsCache->RenameTable(alias, oldName, qualified);
+    RefreshCurrentDatabase(alias, qualified);
+    AsyncUpdateControls();
+}
+
+// ---------------------------------------------------------------------------
 // Answers and messages
 
 void TfrmSCMain::Guard(const std::function<void()>& Command) {
@@ -1313,6 +1639,13 @@ void TfrmSCMain::ShowError(const QString& Message) {
     } else {
         ShowErrorBox(text, this);
     }
+}
+
+bool TfrmSCMain::ConfirmWarning(const QString& Question) {
+    if (FOnConfirm) return FOnConfirm(Question);
+    const TNormalCursor normal;
+    return QMessageBox::warning(this, windowTitle(), Question, QMessageBox::Yes | QMessageBox::No) ==
+           QMessageBox::Yes;
 }
 
 bool TfrmSCMain::Confirm(const QString& Question) {

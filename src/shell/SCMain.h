@@ -23,6 +23,7 @@ class QLabel;
 class QMenu;
 class QPlainTextEdit;
 class QSplitter;
+class QStackedWidget;
 class QTabWidget;
 class QTableView;
 class QTimer;
@@ -38,6 +39,10 @@ class TDLSQLiteDatabase;
 class TDLTable;
 class TDataSetModel;
 class TSQLPage;
+class TTableDesignPage;
+class TViewDesignPage;
+class TVirtualTableDesignPage;
+class TdmBrindle;
 
 class TfrmSCMain : public QMainWindow, private IRegistryHost {
     Q_OBJECT
@@ -81,6 +86,18 @@ public:
     QTabWidget* Pages() const { return pcMain; }
     QPlainTextEdit* DDLView() const { return mmoDDL; }
     TSQLPage* SQLPage() const { return FSQLPage; }
+    // The design tab: a book of the table, view, virtual table and shadow
+    // table pages, showing the one of the current item.
+    QStackedWidget* DesignBook() const { return nbkDesign; }
+    TTableDesignPage* TableDesignPage() const { return FTableDesignPage; }
+    TViewDesignPage* ViewDesignPage() const { return FViewDesignPage; }
+    TVirtualTableDesignPage* VirtualTableDesignPage() const { return FVirtualTableDesignPage; }
+    TdmBrindle& dmBrindle() const { return *FdmBrindle; }
+    // A design is pending: the tree and almost every command wait for its
+    // apply or cancel.
+    bool EditingTable() const;
+    bool EditingView() const;
+    bool EditingVirtualTable() const;
     QTableView* DataView() const { return grdData; }
     TDataSetModel* DataModel() const { return FDataModel; }
     QString HeaderText() const;
@@ -93,12 +110,16 @@ public:
     std::function<int(const QString& Text)> FOnAskTransaction;
     std::function<bool(const QString& Caption, QString& Encoding)> FOnSelectEncoding;
     std::function<bool(const QString& Question)> FOnConfirm;
+    // The field mapping of a virtual table rebuild; false cancels.
+    std::function<bool(const QStringList& SourceFields, const QStringList& DestFields, QStringList& MappedSource,
+                       QStringList& MappedDest)>
+        FOnFieldMapping;
 
     // Commands, named as the rule table names them.
     QAction *acCreateDatabase, *acOpenDatabase, *acOpenDemoDatabase, *acOpenRecentDatabase, *acCloseDatabase,
         *acCloseAllDatabases, *acEditDatabaseRegistration, *acRefreshDatabase, *acAttachDatabase,
         *acDetachDatabase, *acBeginTransaction, *acCommit, *acRollback, *acSavepoint, *acReleaseSavepoint,
-        *acRollbackToSavepoint, *acOptions, *acFileExit, *acRefreshData;
+        *acRollbackToSavepoint, *acOptions, *acFileExit, *acRefreshData, *acRenameTable;
     QMenu* miRecentDatabases;
 
     static QString ApplicationTitle();
@@ -125,6 +146,8 @@ private:
     void ApplySettings();
     void CollectSettings();
     bool Confirm(const QString& Question);
+    // A Yes/No question in a warning box: the apply's row count check.
+    bool ConfirmWarning(const QString& Question);
     // Runs a command; an exception's message goes to the error box.
     void Guard(const std::function<void()>& Command);
     TDLSQLiteDatabase* ConnectedCurrent();
@@ -140,6 +163,15 @@ private:
     void ApplyOptions(const struct TOptionsData& Data);
     void UpdateDriver(const QString& LibraryFileName);
     void SetUnicodeEncoding(bool Value);
+    void CreateDesignPages();
+    void acApplyTableDesignExecute();
+    void acCancelTableDesignExecute();
+    void acNewTableExecute();
+    void acApplyViewDesignExecute();
+    void acNewViewExecute();
+    void acApplyVirtualTableDesignExecute();
+    void acNewVirtualTableExecute();
+    void acRenameTableExecute();
 
     // IRegistryHost
     void WireDatabase(TDLSQLiteDatabase& Database, bool Created) override;
@@ -163,6 +195,8 @@ private:
     std::unique_ptr<TDatabaseRegistry> FRegistry;
     // The rows on the Data page; declared after nothing that it needs.
     std::unique_ptr<TDLTable> FDataTable;
+    // The working copy of the design shown on the design pages.
+    std::unique_ptr<TdmBrindle> FdmBrindle;
 
     bool FInitialized = false;
     bool FStarted = false;
@@ -176,8 +210,6 @@ private:
     int FDataBufferSize = 512;
     bool FCanAbort = false;  // a SQL run is under way
     bool FRefreshAfterRun = false;
-    bool FEditingTable = false, FEditingView = false, FEditingVirtualTable = false;
-    bool FCreatingTable = false, FCreatingView = false, FCreatingVirtualTable = false;
     qint64 FLastRefreshTime = 0, FLastModifiedTime = 0;  // ms since the epoch
     QPointer<QWidget> FLastActiveControl;
     QMetaObject::Connection FFocusConnection;
@@ -192,7 +224,11 @@ private:
             *tabDDL = nullptr, *tabLog = nullptr;
     QPlainTextEdit* mmoDatabase = nullptr;
     TSQLPage* FSQLPage = nullptr;
-    QTreeWidget* tvFields = nullptr;
+    QStackedWidget* nbkDesign = nullptr;
+    TTableDesignPage* FTableDesignPage = nullptr;
+    TViewDesignPage* FViewDesignPage = nullptr;
+    TVirtualTableDesignPage* FVirtualTableDesignPage = nullptr;
+    QLabel* lblShadowTable = nullptr;
     QPlainTextEdit* mmoDDL = nullptr;
     QPlainTextEdit* mmoLog = nullptr;
     QTableView* grdData = nullptr;
