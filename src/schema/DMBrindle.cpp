@@ -361,9 +361,12 @@ public:
     }
 
     // Copies the rows by old position: names may have changed, places too.
-    void CopyData(TDLSQLiteDatabase& Database, const QString& Source, const QString& Dest) {
+    // The source's columns are read from ColumnsOf, which a dry run, where
+    // the old table keeps its name, sets apart from Source.
+    void CopyData(TDLSQLiteDatabase& Database, const QString& Source, const QString& Dest,
+                  const QString& ColumnsOf) {
         Progress(QStringLiteral("Copy data"));
-        const std::vector<TColumn> source = TableColumns(Database, Source);
+        const std::vector<TColumn> source = TableColumns(Database, ColumnsOf);
         const std::vector<TDesignField> fields = O.Fields();
         QStringList sourceList, destList;
         for (const TDesignField& f : fields) {
@@ -412,7 +415,7 @@ public:
             });
             Progress(QStringLiteral("Create new table"));
             CreateTable(Database, NewTableName);
-            CopyData(Database, temp, NewTableName);
+            CopyData(Database, temp, NewTableName, O.FRecordOnly ? oldName : temp);
             Progress(QStringLiteral("Delete old table"));
             Run(Database, QStringLiteral("drop table ") + temp);
         } else {
@@ -426,7 +429,7 @@ public:
             const QString temp = QuoteObject(newDb, kTempTableName);
             Progress(QStringLiteral("Create new table"));
             CreateTable(Database, temp);
-            CopyData(Database, oldName, temp);
+            CopyData(Database, oldName, temp, oldName);
             Progress(QStringLiteral("Delete old table"));
             Run(Database, QStringLiteral("drop table ") + oldName);
             Progress(QStringLiteral("Rename new table"));
