@@ -13,6 +13,8 @@
 #include "schema/DLSQLiteMetadata.h"
 #include "schema/DLSQLiteParser.h"
 #include "schema/DLSchemaReader.h"
+#include "schema/DMBrindle.h"
+#include "engine/SQLScanner.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -31,6 +33,9 @@ struct Options {
     QString key;
     QStringList positional;
     QStringList params;  // NAME=VALUE
+    // Changes of alter in the order given: option and value.
+    std::vector<std::pair<QString, QString>> changes;
+    bool sqlOnly = false;
 };
 
 const char* const kUsage =
@@ -411,6 +416,151 @@ QString readScript(const QString& name) {
     return LoadStrings(name);
 }
 
+// The design row of a column by its name, as the user spells it.
+TDesignField designField(const TdmBrindle& dm, const QString& name) {
+    for (const TDesignField& f : dm.Fields())
+        if (f.Name.compare(UnQuoteIdentifier(name), Qt::CaseInsensitive) == 0) return f;
+    throw ECustomException(QStringLiteral("No column named %1").arg(name));
+}
+
+// A column definition as a CREATE TABLE would hold it, read by the same
+// reader as any table: the column, and the constraints it carries.
+void addColumn(TdmBrindle& dm, const QString& definition) {
+    TDLSQLiteDatabase scratch;
+    scratch.FShowWaitCursor = false;
+    scratch.SetFileName(QStringLiteral(":memory:"));
+    scratch.SetConnected(true);
+    scratch.Execute(QStringLiteral("create table t(%1)").arg(definition));
+    TDLTableDef def;
+    ReadTableDef(scratch, QStringLiteral("t"), def);
+    if (def.FieldCount() != 1) throw ECustomException(QStringLiteral("One column, please: %1").arg(definition));
+    if (def.IndexCount() > 0 || def.HasUnsupportedClauses())
+        throw ECustomException(QStringLiteral("A column of its own key or with clauses of its own cannot be "
+                                              "added here: %1").arg(definition));
+    const TDLFieldDef& f = def.Fields(0);
+    TDesignField field;
+    field.Name = f.FFieldName;
+    scratch.SQLStrToDataType(f.FDeclaredType, field.Type, field.Size, field.Precision);
+    field.NotNull = f.FNotNull;
+    field.NotNullOnConflict = f.FNotNullConflictClause;
+    field.DefaultValue = f.FDefaultValue;
+    field.Collate = f.FCollate;
+    field.GeneratedExpression = f.FGeneratedExpression;
+    field.GeneratedStored = f.FGeneratedStored;
+    const qint64 id = dm.AddField(field);
+    // The type as written, not as the boxes would rebuild it.
+    TDesignField added = designField(dm, field.Name);
+    if (added.RowID == id && added.DeclaredType != f.FDeclaredType) {
+        added.DeclaredType = f.FDeclaredType;
+        dm.ModifyField(id, added);
+    }
+    for (int i = 0; i < def.UniqueConstraintCount(); ++i)
+        dm.AddUniqueConstraint({0, def.UniqueConstraints(i).FConstraintName, QuoteIdentifier(f.FFieldName),
+                                def.UniqueConstraints(i).FConflictClause});
+    for (int i = 0; i < def.CheckConstraintCount(); ++i)
+        dm.AddCheckConstraint({0, def.CheckConstraints(i).FConstraintName, def.CheckConstraints(i).FExpression});
+    for (int i = 0; i < def.ForeignKeyCount(); ++i) {
+        const TDLForeignKeyDef& k = def.ForeignKeys(i);
+        dm.AddForeignKey({0, k.FConstraintName, k.FParentTableName, QuoteIdentifier(f.FFieldName),
+                          k.FParentKey.isEmpty() ? QString() : QuoteIdentifier(k.FParentKey.front()), k.FOnDeleteAction,
+                          k.FOnUpdateAction, k.FMatchName, k.FDeferrable, k.FInitially});
+    }
+}
+
+void cmdAlter(const Options& o, QTextStream& out, QTextStream& err) {
+    loadLibrary(o);
+    TDLSQLiteDatabase db;
+    const QString file = o.positional.value(1);
+    if (!QFileInfo(file).isFile()) throw ECustomException(QStringLiteral("Cannot open file \"%1\"").arg(file));
+    openDatabase(db, o, file);
+    QString table = o.positional.value(2);
+    if (!db.TableExists(table)) throw ECustomException(QStringLiteral("No table named %1").arg(table));
+
+    TdmBrindle dm;
+    dm.Initialize();
+    dm.LoadTableDesign(db, table);
+    QString newName;
+    for (const auto& [option, value] : o.changes) {
+        if (option == u"--rename-column") {
+            TDesignField f = designField(dm, value.section(u'=', 0, 0));
+            const QString name = value.section(u'=', 1);
+            if (name.isEmpty()) throw ECustomException(QStringLiteral("--rename-column wants OLD=NEW"));
+            // As the field dialog: a column that other tables' keys name keeps it.
+            if (f.OldPosition && IsFieldReferenced(db, table, f.Name))
+                throw ECustomException(QStringLiteral("Current field cannot be renamed due to external references."));
+            f.Name = UnQuoteIdentifier(name);
+            dm.ModifyField(f.RowID, f);
+        } else if (option == u"--drop-column") {
+            dm.DeleteFields({designField(dm, value).RowID});
+        } else if (option == u"--add-column") {
+            addColumn(dm, value);
+        } else if (option == u"--move-column") {
+            bool ok = false;
+            const int position = value.section(u'=', 1).toInt(&ok);
+            if (!ok || position < 1 || position > static_cast<int>(dm.Fields().size()))
+                throw ECustomException(QStringLiteral("--move-column wants NAME=POSITION, from 1 to %1")
+                                           .arg(dm.Fields().size()));
+            dm.MoveField(designField(dm, value.section(u'=', 0, 0)).RowID, position - 1);
+        } else if (option == u"--rename-table") {
+            newName = value;
+        }
+    }
+    // No change at all: the table is rebuilt as it stands.
+    if (newName.isEmpty() && !dm.FTableDesignModified) dm.FTableDesignModified = dm.FFieldsModified = true;
+
+    dm.FRecordOnly = o.sqlOnly;
+    TApplyHooks hooks;
+    hooks.OnConfirm = [&err](const QString& question) {
+        err << forTerminal(question).section(u'\n', 0, -2).trimmed() << "\n";
+        return false;
+    };
+    TInterruptScope interrupts(db, nullptr);
+    TApplyResult result;
+    if (newName.isEmpty()) {
+        result = dm.ApplyTableDesign(db, table, hooks);
+    } else {
+        // The design and the user's rename as one change: the keys are off
+        // around the savepoint, since they cannot be switched inside it.
+        const QString foreignKeys = db.GetStringValue(QStringLiteral("pragma foreign_keys"));
+        auto run = [&](const QString& sql) {
+            if (o.sqlOnly)
+                dm.FRecorded.append(sql);
+            else
+                db.Execute(sql);
+        };
+        run(QStringLiteral("pragma foreign_keys = off"));
+        run(QStringLiteral("savepoint brindle_alter"));
+        try {
+            if (dm.FTableDesignModified) result = dm.ApplyTableDesign(db, table, hooks);
+            if (o.sqlOnly) {
+                dm.FRecorded.append(QStringLiteral("alter table %1 rename to %2")
+                                        .arg(QuoteObject(table), QuoteIdentifier(UnQuoteIdentifier(newName))));
+            } else {
+                RenameTable(db, table, newName);
+            }
+            run(QStringLiteral("release brindle_alter"));
+        } catch (...) {
+            if (!o.sqlOnly && db.GetInTransaction()) db.Rollback();
+            run(QStringLiteral("pragma foreign_keys = ") + foreignKeys);
+            throw;
+        }
+        run(QStringLiteral("pragma foreign_keys = ") + foreignKeys);
+    }
+    if (o.sqlOnly) {
+        for (const QString& sql : dm.FRecorded) out << forTerminal(EndStatement(sql.trimmed())) << "\n";
+        return;
+    }
+    if (result.Rebuilt) {
+        out << "Records before: " << result.RecordsBefore << "\n";
+        out << "Records after: " << result.RecordsAfter << "\n";
+    } else {
+        const qint64 count = db.GetRecordCount(QStringLiteral("select * from ") +
+                                               QuoteObject(newName.isEmpty() ? table : newName));
+        out << "Records before: " << count << "\n";
+        out << "Records after: " << count << "\n";
+    }
+}
+
 void cmdExec(const Options& o, QTextStream& out, QTextStream& err) {
     loadLibrary(o);
     const QString script = readScript(o.positional.value(2));
@@ -461,6 +611,12 @@ int Run(const QStringList& args, QTextStream& out, QTextStream& err) {
             (a == u"--library" ? o.library : o.key) = args[++i];
         } else if (a == u"--param" && i + 1 < args.size() && args[i + 1].contains(u'=')) {
             o.params.append(args[++i]);
+        } else if ((a == u"--rename-column" || a == u"--drop-column" || a == u"--add-column" ||
+                    a == u"--move-column" || a == u"--rename-table") &&
+                   i + 1 < args.size()) {
+            o.changes.emplace_back(a, args[++i]);
+        } else if (a == u"--sql") {
+            o.sqlOnly = true;
         } else if (a == u"-h" || a == u"--help") {
             out << kUsage;
             return 0;
@@ -483,6 +639,7 @@ int Run(const QStringList& args, QTextStream& out, QTextStream& err) {
         {QStringLiteral("query"), {3, 3, quiet(cmdQuery)}},
         {QStringLiteral("tree"), {2, 2, quiet(cmdTree)}},
         {QStringLiteral("exec"), {2, 3, cmdExec}},
+        {QStringLiteral("alter"), {3, 3, cmdAlter}},
     };
     const auto it = commands.find(o.positional.value(0));
     if (it == commands.end() || o.positional.size() < it->second.MinArgs || o.positional.size() > it->second.MaxArgs) {

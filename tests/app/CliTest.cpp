@@ -7,7 +7,10 @@
 #include "engine/DLSQLiteDatabase.h"
 #include "schema/DLSQLiteParser.h"
 
+#include <QElapsedTimer>
+#include <QFile>
 #include <QProcess>
+#include <QRandomGenerator>
 #include <QThread>
 #include <csignal>
 #include <gtest/gtest.h>
@@ -383,6 +386,149 @@ TEST(Cli, ExecStopsOnInterruptBeforeTheNextStatement) {
     EXPECT_TRUE(err.contains(QLatin1String("Query aborted after "))) << err.toStdString();
     const Result r = run({QStringLiteral("query"), path, QStringLiteral("select group_concat(a) from t")});
     EXPECT_EQ(r.out.section(u'\n', 1, 1), QStringLiteral("1"));
+}
+
+// The test's own engine, for the time of one test.
+struct TEngine {
+    TEngine() { EXPECT_TRUE(brindle::SQLite3Driver->sqlite3drv_load_library(brindle::SQLITE_INTERNAL_LIB)); }
+    ~TEngine() { brindle::SQLite3Driver->sqlite3drv_unload_library(); }
+};
+
+// Sorted lines of a query over a file, through the engine, not the tool.
+QStringList values(const QString& file, const QString& sql) {
+    brindle::TDLSQLiteDatabase db;
+    db.FShowWaitCursor = false;
+    db.SetFileName(file);
+    db.SetConnected(true);
+    QStringList list;
+    db.GetValues(sql, list);
+    return list;
+}
+
+TEST(Cli, AlterChangesTheTableAsTheDesignPageDoes) {
+    TEngine engine;
+    brindle::test::TempDir dir;
+    const QString file = dir.file(QStringLiteral("a.db"));
+    {
+        brindle::TDLSQLiteDatabase db;
+        db.FShowWaitCursor = false;
+        db.SetFileName(file);
+        db.CreateDatabase(0, 4096, QStringLiteral("UTF-8"), QString());
+        db.Execute(QStringLiteral(
+            "create table \"order\"(id integer primary key, \"key\" text, total real, plan text);"
+            "create table line(id integer primary key, order_id references \"order\"(id) on delete cascade);"
+            "create index order_plan on \"order\"(plan);"
+            "insert into \"order\" values (1, 'a', 0.1, 'p'), (2, 'b', 1e300, null);"
+            "insert into line values (1, 1), (2, 2)"));
+    }
+    const QStringList rows = values(file, QStringLiteral("select quote(id) || quote(total) from \"order\""));
+    Result r = run({QStringLiteral("alter"), file, QStringLiteral("order"), QStringLiteral("--rename-column"),
+                    QStringLiteral("total=amount"), QStringLiteral("--drop-column"), QStringLiteral("key"),
+                    QStringLiteral("--add-column"), QStringLiteral("\"match\" text not null default 'm'"),
+                    QStringLiteral("--move-column"), QStringLiteral("match=1")});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_EQ(r.out, QStringLiteral("Records before: 2\nRecords after: 2\n"));
+    EXPECT_EQ(values(file, QStringLiteral("select group_concat(name) from pragma_table_info('order')")),
+              QStringList({"match,id,amount,plan"}));
+    EXPECT_EQ(values(file, QStringLiteral("select quote(id) || quote(amount) from \"order\"")), rows);
+    EXPECT_EQ(values(file, QStringLiteral("select \"table\" from pragma_foreign_key_list('line')")),
+              QStringList({"order"}));
+
+    // --sql prints what it would run and changes nothing.
+    const QStringList catalogue = values(file, QStringLiteral("select sql from sqlite_master order by name"));
+    r = run({QStringLiteral("alter"), file, QStringLiteral("order"), QStringLiteral("--sql")});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_TRUE(r.out.contains(QLatin1String("insert into [main].[order]([match],[id],[amount],[plan]) select "
+                                             "[match],[id],[amount],[plan] from [main].[temp_table_")))
+        << r.out.toStdString();
+    EXPECT_EQ(values(file, QStringLiteral("select sql from sqlite_master order by name")), catalogue);
+
+    // Refusals: exit 1 with the message, and the file as it was.
+    const struct {
+        QStringList Args;
+        const char* Message;
+    } refusals[] = {
+        {{"--rename-column", "id=ident"}, "Current field cannot be renamed due to external references."},
+        {{"--drop-column", "plan"}, "Field [plan] referenced by index [order_plan] does not exist"},
+        {{"--add-column", "extra text not null"}, "NOT NULL constraint failed"},
+        {{"--add-column", "amount"}, "duplicate column name"},
+        {{"--drop-column", "nothing"}, "No column named nothing"},
+        {{"--rename-table", "line"}, "there is already another table or index with this name: line"},
+    };
+    for (const auto& refusal : refusals) {
+        r = run(QStringList({QStringLiteral("alter"), file, QStringLiteral("order")}) + refusal.Args);
+        EXPECT_EQ(r.code, 1) << refusal.Message;
+        EXPECT_TRUE(r.err.contains(QString::fromUtf8(refusal.Message))) << r.err.toStdString();
+        EXPECT_EQ(values(file, QStringLiteral("select sql from sqlite_master order by name")), catalogue);
+    }
+    r = run({QStringLiteral("alter"), file, QStringLiteral("order"), QStringLiteral("--rename-table"),
+             QStringLiteral("Orders"), QStringLiteral("--drop-column"), QStringLiteral("match")});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_EQ(values(file, QStringLiteral("select \"table\" from pragma_foreign_key_list('line')")),
+              QStringList({"Orders"}));
+}
+
+// A rebuild killed at any moment leaves the file whole: the table in its
+// old form or its new, every row there.
+TEST(Cli, AlterKilledAtRandomMomentsLeavesTheTableWhole) {
+    TEngine engine;
+    brindle::test::TempDir dir;
+    const QString master = dir.file(QStringLiteral("big.db"));
+    {
+        brindle::TDLSQLiteDatabase db;
+        db.FShowWaitCursor = false;
+        db.SetFileName(master);
+        db.CreateDatabase(0, 4096, QStringLiteral("UTF-8"), QString());
+        QFile fixture(QStringLiteral(BRINDLE_TEST_DATA "/alter/big.sql"));
+        ASSERT_TRUE(fixture.open(QIODevice::ReadOnly));
+        db.Execute(QString::fromUtf8(fixture.readAll()));
+    }
+    const QStringList args = {QStringLiteral("alter"), QString(), QStringLiteral("big"),
+                              QStringLiteral("--rename-column"), QStringLiteral("amount=price")};
+    auto check = [&](const QString& file) {
+        EXPECT_EQ(values(file, QStringLiteral("pragma integrity_check")), QStringList({"ok"}));
+        EXPECT_EQ(values(file, QStringLiteral("select count(*) || '/' || sum(id) || '/' || count(note) from big")),
+                  QStringList({"1000000/500000500000/857143"}));
+        const QStringList columns = values(file, QStringLiteral("select group_concat(name) from pragma_table_info('big')"));
+        EXPECT_TRUE(columns == QStringList({"id,code,amount,qty,note"}) ||
+                    columns == QStringList({"id,code,price,qty,note"}))
+            << columns.join(u' ').toStdString();
+        EXPECT_EQ(values(file, QStringLiteral("select count(*) from sqlite_master where type = 'index' or "
+                                              "type = 'trigger' or name like 'temp_table%'")),
+                  QStringList({"4"}));
+        EXPECT_EQ(values(file, QStringLiteral("select count(*) from big_view")), QStringList({"10000"}));
+        return columns.value(0).contains(QLatin1String("price"));
+    };
+    // A whole run first, for its length.
+    const QString whole = dir.file(QStringLiteral("whole.db"));
+    ASSERT_TRUE(QFile::copy(master, whole));
+    QElapsedTimer timer;
+    timer.start();
+    QStringList a = args;
+    a[1] = whole;
+    const Result done = run(a);
+    const qint64 length = timer.elapsed();
+    ASSERT_EQ(done.code, 0) << done.err.toStdString();
+    EXPECT_TRUE(check(whole));
+
+    int newForms = 0;
+    for (int k = 0; k < 10; ++k) {
+        const QString file = dir.file(QStringLiteral("k%1.db").arg(k));
+        QFile::remove(file);
+        ASSERT_TRUE(QFile::copy(master, file));
+        a[1] = file;
+        QProcess p;
+        p.start(QStringLiteral(BRINDLE_CLI), a);
+        ASSERT_TRUE(p.waitForStarted());
+        const int at = QRandomGenerator::global()->bounded(static_cast<int>(length) + 1);
+        p.waitForFinished(at);
+        ::kill(static_cast<pid_t>(p.processId()), SIGKILL);
+        p.waitForFinished(10000);
+        SCOPED_TRACE("killed after " + std::to_string(at) + " ms of " + std::to_string(length));
+        newForms += check(file) ? 1 : 0;
+        QFile::remove(file);
+    }
+    RecordProperty("new_forms", newForms);
 }
 
 }  // namespace
