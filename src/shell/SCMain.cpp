@@ -127,7 +127,6 @@ TfrmSCMain::TfrmSCMain(QWidget* Parent)
       FRegistry(std::make_unique<TDatabaseRegistry>(GlobalData->MetaList(), *FDBCache, *FColumnsCache,
                                                     static_cast<IRegistryHost&>(*this))),
       FdmBrindle(std::make_unique<TdmBrindle>()) {
-    FdmBrindle->Initialize();
     setObjectName(QStringLiteral("TfrmSCMain"));
     FRegistry->FLastDatabaseDirectory = UserDataPath();
     FFeatures.SetDefaultFeatures();
@@ -694,8 +693,10 @@ void TfrmSCMain::LoadSettings() {
     tvDatabases->SetShowRecordCounts(s.ShowRecordCounts);
     // The library first: everything after it needs the engine.
     if (!SameDriverName(s.LibraryFileName, SQLite3Driver->sqlite3drv_filename()) ||
-        !SQLite3Driver->sqlite3drv_driver_present())
+        !SQLite3Driver->sqlite3drv_driver_present()) {
+        ReleaseDesign();
         FLibraryFileName = LoadSQLiteLibrary(s.LibraryFileName, [this](const QString& m) { ShowError(m); });
+    }
     else
         FLibraryFileName = SQLite3Driver->sqlite3drv_filename();
     FRegistry->FUnicodeEncoding = s.Unicode;
@@ -1340,6 +1341,7 @@ void TfrmSCMain::UpdateDriver(const QString& LibraryFileName) {
     }
     // The tree is built anew over the databases on the new library.
     for (int i = 0; i < list.GetMetadataCount(); ++i) tvDatabases->DeleteDatabase(list.GetDatabase(i));
+    ReleaseDesign();
     FLibraryFileName = LoadSQLiteLibrary(LibraryFileName, [this](const QString& m) { ShowError(m); });
     FSettings.LibraryFileName = FLibraryFileName;
     const bool encryption = SQLite3Driver->sqlite3drv_supports_encryption();
@@ -1436,6 +1438,15 @@ void TfrmSCMain::CreateDesignPages() {
     });
     connect(vt.acNewVirtualTable, &QAction::triggered, this,
             [this] { Guard([this] { acNewVirtualTableExecute(); }); });
+}
+
+void TfrmSCMain::ReleaseDesign() {
+    // The design's own connection goes with the library; the working copy
+    // connects again on the next load, on the library then in use.
+    FTableDesignPage->ClearTable();
+    FViewDesignPage->ClearView();
+    FVirtualTableDesignPage->ClearVirtualTable();
+    FdmBrindle->Uninitialize();
 }
 
 bool TfrmSCMain::EditingTable() const {

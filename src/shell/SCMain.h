@@ -164,6 +164,8 @@ private:
     void UpdateDriver(const QString& LibraryFileName);
     void SetUnicodeEncoding(bool Value);
     void CreateDesignPages();
+    // Lets go of the working copy's connection, before the library changes.
+    void ReleaseDesign();
     void acApplyTableDesignExecute();
     void acCancelTableDesignExecute();
     void acNewTableExecute();

@@ -441,7 +441,9 @@ void TTableDesignPage::LoadTable(TDLSQLiteDatabase& Database, const QString& Tab
     const TFlagGuard updating(FUpdating);
     FLoadedTableName = TableName;
     FLoadedFieldNames.clear();
+    FHasDesign = false;
     FDM.LoadTableDesign(Database, TableName);
+    FHasDesign = true;
     const bool temporary = TDLSQLiteDatabase::IsTempTable(TableName);
     FDM.SetTemporary(temporary);
     edTableName->setText(TableName);
@@ -483,6 +485,7 @@ void TTableDesignPage::NewTable() {
         FLoadedFieldNames.clear();
         FReferencedFields.clear();
         FDM.NewTableDesign();
+        FHasDesign = true;
         FDM.SetTemporary(false);
         edTableName->clear();
         edTableName->setReadOnly(false);
@@ -501,6 +504,7 @@ void TTableDesignPage::NewTable() {
 
 void TTableDesignPage::ClearTable() {
     const TFlagGuard updating(FUpdating);
+    FHasDesign = false;
     FLoadedTableName.clear();
     FLoadedFieldNames.clear();
     FReferencedFields.clear();
@@ -514,6 +518,7 @@ void TTableDesignPage::ClearTable() {
 }
 
 void TTableDesignPage::RefreshGrids() {
+    if (!FHasDesign) return;
     // The grids' selection signals would ask for the rule table once a row.
     const TFlagGuard updating(FUpdating);
     std::vector<TGridRow> rows;
@@ -614,6 +619,11 @@ bool TTableDesignPage::CurrentFieldReferenced() const {
 }
 
 void TTableDesignPage::UpdateControls(bool Running, bool CanRestructure) {
+    if (!FHasDesign) {
+        for (QAction* a : findChildren<QAction*>(QString(), Qt::FindDirectChildrenOnly))
+            if (a != acNewTable) a->setEnabled(false);
+        return;
+    }
     const bool editing = EditingTable();
     const int fieldRows = grdFields->rowCount();
     acApplyTableDesign->setEnabled(editing && !EditorTableName().isEmpty() && fieldRows > 0 && !Running);
@@ -635,7 +645,7 @@ void TTableDesignPage::UpdateControls(bool Running, bool CanRestructure) {
     ParseObject(EditorTableName(), schema, bare);
     bool autoIndex = false, primary = false;
     const QList<qint64> indexIDs = SelectedRowIDs(grdIndexes);
-    const std::vector<TDesignIndex> indexes = FDM.Indexes();
+    const std::vector<TDesignIndex> indexes = indexIDs.isEmpty() ? std::vector<TDesignIndex>() : FDM.Indexes();
     for (const qint64 id : indexIDs)
         if (const TDesignIndex* i = FindRow(indexes, id)) {
             autoIndex = autoIndex || IsAutoIndex(bare, i->Name);
@@ -718,6 +728,10 @@ QString TTableDesignPage::TriggerTableName() const {
 }
 
 void TTableDesignPage::UpdateTableTriggerSQL() {
+    if (!FHasDesign) {
+        mmoTableTrigger->clear();
+        return;
+    }
     const QList<qint64> ids = SelectedRowIDs(grdTableTriggers);
     const int row = grdTableTriggers->currentRow();
     const qint64 id = row >= 0 ? RowIDAt(grdTableTriggers, row) : (ids.isEmpty() ? 0 : ids.front());

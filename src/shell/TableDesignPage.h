@@ -165,6 +165,9 @@ private:
     THost FHost;
     // While the page fills its own controls, their change signals mean nothing.
     bool FUpdating = false;
+    // A design is loaded or begun: before, the working copy may not even
+    // have its tables, and no command is offered.
+    bool FHasDesign = false;
     // The table's field names as loaded, by their place: a field's old name.
     QStringList FLoadedFieldNames;
     // Those of them that other tables' foreign keys name, found at load.

@@ -152,7 +152,9 @@ TViewDesignPage::~TViewDesignPage() {
 void TViewDesignPage::LoadView(TDLSQLiteDatabase& Database, const QString& ViewName) {
     const TFlagGuard updating(FUpdating);
     FCreatingView = false;
+    FHasDesign = false;
     FDM.LoadViewDesign(Database, ViewName);
+    FHasDesign = true;
     TDLViewDef def;
     ReadViewDef(Database, ViewName, def);
     edViewName->setText(ViewName);
@@ -168,6 +170,11 @@ void TViewDesignPage::NewView() {
     {
         const TFlagGuard updating(FUpdating);
         FCreatingView = true;
+        FHasDesign = true;
+        // The triggers of the view shown before are no part of a new one.
+        QList<qint64> old;
+        for (const TDesignTrigger& t : FDM.ViewTriggers()) old << t.RowID;
+        FDM.DeleteViewTriggers(old);
         edViewName->clear();
         edViewColumns->clear();
         cbTemporaryView->setChecked(false);
@@ -184,6 +191,7 @@ void TViewDesignPage::NewView() {
 void TViewDesignPage::ClearView() {
     const TFlagGuard updating(FUpdating);
     FCreatingView = false;
+    FHasDesign = false;
     edViewName->clear();
     edViewColumns->clear();
     mmoViewSQL->clear();
@@ -216,6 +224,7 @@ bool TViewDesignPage::IsTemporary() const {
 }
 
 void TViewDesignPage::RefreshTriggers() {
+    if (!FHasDesign) return;
     std::vector<TDesignGridRow> rows;
     for (const TDesignTrigger& t : FDM.ViewTriggers())
         rows.push_back({t.RowID, {t.Name, t.IsTemporary ? QStringLiteral("True") : QString()}});
@@ -224,6 +233,11 @@ void TViewDesignPage::RefreshTriggers() {
 }
 
 void TViewDesignPage::UpdateControls(bool Running) {
+    if (!FHasDesign) {
+        for (QAction* a : findChildren<QAction*>(QString(), Qt::FindDirectChildrenOnly))
+            if (a != acNewView) a->setEnabled(false);
+        return;
+    }
     const bool editing = EditingView();
     acApplyViewDesign->setEnabled(FDM.FViewDesignModified && !EditorViewName().isEmpty() && !AsClause().isEmpty() &&
                                   !Running);
@@ -252,6 +266,10 @@ void TViewDesignPage::Edit(const std::function<void()>& Command) {
 }
 
 void TViewDesignPage::UpdateViewTriggerSQL() {
+    if (!FHasDesign) {
+        mmoViewTrigger->clear();
+        return;
+    }
     const int row = grdViewTriggers->currentRow();
     const qint64 id = row >= 0 && grdViewTriggers->item(row, 0)
                           ? grdViewTriggers->item(row, 0)->data(Qt::UserRole).toLongLong()

@@ -79,6 +79,8 @@ private:
     THost FHost;
     bool FUpdating = false;
     bool FCreatingView = false;
+    // A view is loaded or begun; before, nothing reads the working copy.
+    bool FHasDesign = false;
 };
 
 // fts3, fts4, fts5 and rtree, then the modules the library lists, each once.
