@@ -62,6 +62,8 @@ QTableWidget* MakeDesignGrid(QWidget* Parent, const char* Name, const QStringLis
     grid->setEditTriggers(QAbstractItemView::NoEditTriggers);
     grid->horizontalHeader()->setStretchLastSection(true);
     grid->verticalHeader()->setDefaultSectionSize(grid->fontMetrics().height() + 6);
+    // The fields' grid numbers its rows itself; the others need no numbers.
+    grid->verticalHeader()->setVisible(false);
     grid->setContextMenuPolicy(Qt::ActionsContextMenu);
     return grid;
 }
@@ -97,6 +99,8 @@ void FillDesignGrid(QTableWidget* Grid, const std::vector<TGridRow>& Rows) {
             Grid->setItem(r, c, item);
         }
     }
+    // A design has few rows: the columns may fit their texts.
+    Grid->resizeColumnsToContents();
     if (Rows.empty()) return;
     int currentRow = RowOf(Grid, current);
     if (currentRow < 0) currentRow = std::clamp(oldCurrent, 0, static_cast<int>(Rows.size()) - 1);
