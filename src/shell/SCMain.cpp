@@ -1473,33 +1473,32 @@ void TfrmSCMain::acApplyTableDesignExecute() {
     };
     hooks.OnConfirm = [this](const QString& Question) { return ConfirmWarning(Question); };
     TApplyResult result;
-    bool applied = false;
+    QString failure;
     {
         TWaitCursorGuard cursor(true);
         // The working copy is walked again and again; the grids wait.
         FTableDesignPage->SetGridsUpdatesEnabled(false);
         try {
             result = FdmBrindle->ApplyTableDesign(*db, name, hooks);
-            applied = true;
         } catch (const std::exception& e) {
-            FTableDesignPage->SetGridsUpdatesEnabled(true);
-            FTableDesignPage->SetEditorTableName(name);
-            spStatus->setText(QStringLiteral("Ready!"));
-            // The design stays on the page to be mended and applied again.
-            ShowError(ExceptionMessage(e));
+            failure = ExceptionMessage(e);
         }
         FTableDesignPage->SetGridsUpdatesEnabled(true);
     }
-    if (!applied) {
+    spStatus->setText(QStringLiteral("Ready!"));
+    // The name as the apply qualified it, whatever came of it; the columns
+    // chosen for the old table may not fit the new one.
+    FTableDesignPage->SetEditorTableName(name);
+    FColumnsCache->SetColumns(alias, name, {});
+    if (!failure.isEmpty()) {
+        // The design stays on the page to be mended and applied again.
+        ShowError(failure);
         UpdateControls();
         return;
     }
-    spStatus->setText(QStringLiteral("Ready!"));
-    FTableDesignPage->SetEditorTableName(name);
     FdmBrindle->FCreatingTable = false;
     FdmBrindle->FTableDesignModified = false;
     const QString selected = result.TableName.isEmpty() ? name : result.TableName;
-    FColumnsCache->SetColumns(alias, selected, {});
     // A failed refresh does not undo what was committed.
     Guard([&] { RefreshCurrentDatabase(alias, selected); });
     AsyncUpdateControls();
@@ -1526,6 +1525,7 @@ void TfrmSCMain::acApplyViewDesignExecute() {
     const QString alias = db->AliasName();
     const QString name = FViewDesignPage->EditorViewName();
     const bool creating = FViewDesignPage->CreatingView(), temporary = FViewDesignPage->IsTemporary();
+    QString failure;
     {
         TWaitCursorGuard cursor(true);
         FViewDesignPage->grdViewTriggers->setUpdatesEnabled(false);
@@ -1533,12 +1533,15 @@ void TfrmSCMain::acApplyViewDesignExecute() {
             FdmBrindle->ApplyViewDesign(*db, name, FViewDesignPage->AsClause(), FViewDesignPage->ColumnNames(),
                                         temporary, creating);
         } catch (const std::exception& e) {
-            FViewDesignPage->grdViewTriggers->setUpdatesEnabled(true);
-            ShowError(ExceptionMessage(e));
-            UpdateControls();
-            return;
+            failure = ExceptionMessage(e);
         }
         FViewDesignPage->grdViewTriggers->setUpdatesEnabled(true);
+    }
+    if (!failure.isEmpty()) {
+        // The old view is back; the edit stays on the page.
+        ShowError(failure);
+        UpdateControls();
+        return;
     }
     FdmBrindle->FViewDesignModified = false;
     FViewDesignPage->SetCreatingView(false);
@@ -1578,17 +1581,20 @@ void TfrmSCMain::acApplyVirtualTableDesignExecute() {
                                          QStringLiteral("Please review the field mapping for recreating virtual table:"),
                                          Source, Dest, MappedSource, MappedDest);
     };
+    QString failure;
     try {
         TWaitCursorGuard cursor(true);
         FdmBrindle->ApplyVirtualTableDesign(*db, page.LoadedTableName(), name, page.ModuleName(),
                                             page.ModuleArguments(), page.CreatingVirtualTable(), mapping, hooks);
     } catch (const std::exception& e) {
-        spStatus->setText(QStringLiteral("Ready!"));
-        ShowError(ExceptionMessage(e));
+        failure = ExceptionMessage(e);
+    }
+    spStatus->setText(QStringLiteral("Ready!"));
+    if (!failure.isEmpty()) {
+        ShowError(failure);
         UpdateControls();
         return;
     }
-    spStatus->setText(QStringLiteral("Ready!"));
     FdmBrindle->FVirtualTableDesignModified = false;
     page.SetCreatingVirtualTable(false);
     Guard([&] { RefreshCurrentDatabase(alias, name); });

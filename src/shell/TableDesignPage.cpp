@@ -441,8 +441,17 @@ void TTableDesignPage::CreateActions() {
 // ---------------------------------------------------------------------------
 // Loading
 
+void TTableDesignPage::ShowOptionBoxes() {
+    // The library answers by trying a statement: asked per design, not per
+    // update of the commands.
+    cbWithoutRowID->setVisible(SQLite3Driver->sqlite3drv_supports_without_rowid());
+    cbStrict->setVisible(QVersionNumber::fromString(SQLite3Driver->sqlite3drv_libversion()) >=
+                         QVersionNumber(3, 37));
+}
+
 void TTableDesignPage::LoadTable(TDLSQLiteDatabase& Database, const QString& TableName) {
     const TFlagGuard updating(FUpdating);
+    ShowOptionBoxes();
     FLoadedTableName = TableName;
     FLoadedFieldNames.clear();
     FHasDesign = false;
@@ -488,6 +497,7 @@ void TTableDesignPage::NewTable() {
         FLoadedTableName.clear();
         FLoadedFieldNames.clear();
         FReferencedFields.clear();
+        ShowOptionBoxes();
         FDM.NewTableDesign();
         FHasDesign = true;
         FDM.SetTemporary(false);
@@ -692,9 +702,6 @@ void TTableDesignPage::UpdateControls(bool Running, bool CanRestructure) {
     acCopyTableTriggers->setEnabled(grdTableTriggers->rowCount() > 0 && !Running);
     acPasteTableTriggers->setEnabled(ClipboardHasFormat(CF_SE_TRIGGER) && CanRestructure && !Running);
 
-    cbWithoutRowID->setVisible(SQLite3Driver->sqlite3drv_supports_without_rowid());
-    cbStrict->setVisible(QVersionNumber::fromString(SQLite3Driver->sqlite3drv_libversion()) >=
-                         QVersionNumber(3, 37));
     cbWithoutRowID->setEnabled(CanRestructure && !Running);
     cbStrict->setEnabled(CanRestructure && !Running);
 

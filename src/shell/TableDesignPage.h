@@ -127,6 +127,7 @@ public:
 private:
     void CreateWidgets();
     void CreateActions();
+    void ShowOptionBoxes();
     // Runs an edit; a refusal of the working copy shows as an error.
     void Edit(const std::function<void()>& Command);
     void Changed();
