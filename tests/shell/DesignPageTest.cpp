@@ -301,6 +301,24 @@ TEST_F(DesignPageTest, DeletePromptsCountTheRows) {
     EXPECT_FALSE(DM().FFieldsModified);
 }
 
+// Selected fields move together and keep their order and selection; the
+// commands stop at the edges.
+TEST_F(DesignPageTest, SelectedFieldsMoveTogether) {
+    OpenTable(QStringLiteral("create table t(a, b, c, d)"), QStringLiteral("t"));
+    SelectRows(Page().grdFields, {1, 2});
+    window->UpdateControls();
+    Page().acMoveUpField->trigger();
+    EXPECT_EQ(Column(Page().grdFields, 1), (QStringList{"b", "c", "a", "d"}));
+    EXPECT_EQ(TTableDesignPage::SelectedRowIDs(Page().grdFields).size(), 2);
+    EXPECT_FALSE(Page().acMoveUpField->isEnabled());
+    Page().acMoveDownField->trigger();
+    Page().acMoveDownField->trigger();
+    EXPECT_EQ(Column(Page().grdFields, 1), (QStringList{"a", "d", "b", "c"}));
+    EXPECT_FALSE(Page().acMoveDownField->isEnabled());
+    EXPECT_TRUE(Page().acMoveUpField->isEnabled());
+    EXPECT_TRUE(DM().FFieldsModified);
+}
+
 // Copied fields paste under free names, after the question that the option
 // asks for; the clipboard holds the program's text and plain rows.
 TEST_F(DesignPageTest, APastedFieldTakesTheNextFreeName) {
