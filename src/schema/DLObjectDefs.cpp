@@ -398,8 +398,8 @@ QString TDLTableDef::GetCreateSQL(bool IncludeStructure, bool IncludeIndexes, bo
                     MakeColumnList(u->FFields) + ConflictText(u->FConflictClause);
         }
         for (const auto& c : FCheckConstraints)
-            body += kNextLine + ConstraintPrefix(c->FConstraintName) + QStringLiteral("CHECK(") +
-                    c->FExpression + u')';
+            body += kNextLine + ConstraintPrefix(c->FConstraintName) + QStringLiteral("CHECK") +
+                    Parenthesized(c->FExpression);
         for (const auto& fk : FForeignKeys)
             if (!fk->IsColumnConstraint()) body += kNextLine + fk->GetClause();
 
