@@ -59,6 +59,13 @@ QString ConflictText(const QString& clause) {
     return clause.isEmpty() ? QString() : QStringLiteral(" ON CONFLICT ") + clause;
 }
 
+// An expression kept verbatim, in parentheses. A "--" comment at its end
+// would swallow the closing one, which then goes on a line of its own.
+QString Parenthesized(const QString& expression) {
+    const bool endsInComment = EndStatement(expression) == expression + QStringLiteral("\r\n;");
+    return u'(' + expression + (endsInComment ? kLineBreak : QString()) + u')';
+}
+
 // "CONSTRAINT [name] " when the trimmed name is not empty.
 QString ConstraintPrefix(const QString& name) {
     return name.trimmed().isEmpty() ? QString() : QStringLiteral("CONSTRAINT %1 ").arg(QuoteName(name));
@@ -174,6 +181,7 @@ TDLTriggerDef& TDLViewDef::AddTrigger(const QString& TriggerName, const QString&
 void TDLViewDef::Clear() {
     FViewName.clear();
     FAsClause.clear();
+    FColumnNames.clear();
     FTriggers.Clear();
     FIsTemporary = false;
     FUnsupportedClauses.clear();
@@ -184,7 +192,9 @@ QString TDLViewDef::GetCreateSQL(bool IncludeStructure, bool IncludeTriggers) co
     if (IncludeStructure) {
         const QString head = FIsTemporary ? QStringLiteral("CREATE TEMPORARY VIEW %1 AS %2%3")
                                           : QStringLiteral("CREATE VIEW %1 AS %2%3");
-        result = head.arg(QuoteQualifiedName(FViewName), kLineBreak, FAsClause);
+        // The column list goes straight behind the name.
+        const QString columns = FColumnNames.isEmpty() ? QString() : MakeColumnList(FColumnNames);
+        result = head.arg(QuoteQualifiedName(FViewName) + columns, kLineBreak, FAsClause);
         // Alone the view's text has no ";"; triggers behind it need one.
         if (IncludeTriggers && FTriggers.Count() > 0) result = EndStatement(result);
     }
@@ -378,6 +388,9 @@ QString TDLTableDef::GetCreateSQL(bool IncludeStructure, bool IncludeIndexes, bo
             if (!f.FCollate.isEmpty()) body += QStringLiteral(" COLLATE ") + f.FCollate;
             if (!f.FDefaultValue.isEmpty())
                 body += QStringLiteral(" DEFAULT ") + DefaultToSQL(f.FDefaultValue);
+            if (!f.FGeneratedExpression.isEmpty())
+                body += QStringLiteral(" GENERATED ALWAYS AS ") + Parenthesized(f.FGeneratedExpression) +
+                        (f.FGeneratedStored ? QStringLiteral(" STORED") : QStringLiteral(" VIRTUAL"));
         }
         for (const auto& u : FUniqueConstraints) {
             if (u->FFields.size() < 2) continue;
@@ -385,8 +398,8 @@ QString TDLTableDef::GetCreateSQL(bool IncludeStructure, bool IncludeIndexes, bo
                     MakeColumnList(u->FFields) + ConflictText(u->FConflictClause);
         }
         for (const auto& c : FCheckConstraints)
-            body += kNextLine + ConstraintPrefix(c->FConstraintName) + QStringLiteral("CHECK(") +
-                    c->FExpression + u')';
+            body += kNextLine + ConstraintPrefix(c->FConstraintName) + QStringLiteral("CHECK") +
+                    Parenthesized(c->FExpression);
         for (const auto& fk : FForeignKeys)
             if (!fk->IsColumnConstraint()) body += kNextLine + fk->GetClause();
 
@@ -403,7 +416,10 @@ QString TDLTableDef::GetCreateSQL(bool IncludeStructure, bool IncludeIndexes, bo
             }
         }
         result += u')';
-        if (FIsWithoutRowID) result += QStringLiteral(" WITHOUT ROWID");
+        QStringList options;
+        if (FIsWithoutRowID) options.append(QStringLiteral("WITHOUT ROWID"));
+        if (FIsStrict) options.append(QStringLiteral("STRICT"));
+        if (!options.isEmpty()) result += u' ' + options.join(QStringLiteral(", "));
         result += u';';
     }
     if (IncludeIndexes) {

@@ -51,12 +51,13 @@ public:
     QString FCollate;
     QString FNotNullConflictClause;  // ROLLBACK, ABORT, FAIL, IGNORE or REPLACE
     // GENERATED ALWAYS AS: the expression verbatim, without its
-    // parentheses; empty for a stored column. STORED, or else VIRTUAL.
+    // parentheses; empty for a column that is not generated. STORED, or
+    // else VIRTUAL.
     QString FGeneratedExpression;
     bool FGeneratedStored = false;
-    // Clauses of the stored text that no field here can hold (such as
-    // "GENERATED ALWAYS AS"), set by whoever read the text. The CREATE text
-    // leaves them out, so a design with any of them must not be applied.
+    // Clauses of the stored text that no field here can hold, set by
+    // whoever read the text. The CREATE text leaves them out, so a design
+    // with any of them must not be applied.
     QStringList FUnsupportedClauses;
 };
 
@@ -200,8 +201,8 @@ public:
     QStringList FColumnNames;
     TDLTriggerDefs FTriggers;
     bool FIsTemporary = false;
-    // Parts of the stored text that this definition cannot hold (a column
-    // list behind the view's name); see TDLFieldDef.
+    // Parts of the stored text that this definition cannot hold; see
+    // TDLFieldDef.
     QStringList FUnsupportedClauses;
 };
 
@@ -286,8 +287,8 @@ public:
     bool FIsTemporary = false;
     bool FIsWithoutRowID = false;
     bool FIsStrict = false;
-    // Table options of the stored text that this definition cannot hold
-    // (such as "STRICT"); see TDLFieldDef.
+    // Clauses of the stored text that this definition cannot hold (an
+    // unknown table option, a collated UNIQUE column); see TDLFieldDef.
     QStringList FUnsupportedClauses;
 
 private:

@@ -96,13 +96,18 @@ struct TSQLFieldRec {
     QString Check;
     QString Default;
     QString Collate;
+    // GENERATED ALWAYS AS (...) or AS (...): the expression verbatim and
+    // trimmed, without its parentheses; empty for any other column.
+    QString GeneratedExpression;
+    bool GeneratedStored = false;  // STORED; VIRTUAL or no word otherwise
 };
 
-// Only AsClause is filled: name and temporariness come from the catalogue.
+// Name and temporariness are not filled: they come from the catalogue.
 struct TViewDataRec {
     QString ViewName;
     bool IsTemporary = false;
     QString AsClause;
+    QStringList ColumnNames;  // the list behind the view's name, unquoted
 };
 
 struct TTriggerRec {
@@ -178,6 +183,8 @@ public:
     // CREATE TRIGGER: the database of the table behind ON, unquoted.
     QString GetTriggerDatabaseName();
     bool IsWithoutRowid();
+    // CREATE TABLE: STRICT among the table options.
+    bool IsStrict();
 
     // CREATE TABLE: the key (PRIMARY KEY only), the constraints and one
     // column's facts; a column constraint comes back like a table one.
@@ -189,9 +196,8 @@ public:
     // The same for every column, in the text's order, from one walk: asking
     // column by column walks the whole text each time.
     std::vector<std::pair<QString, TSQLFieldRec>> GetSQLFieldInfos();
-    // CREATE TABLE and CREATE VIEW: what the definitions would drop (table
-    // options other than WITHOUT ROWID, generated columns, ordered or collated
-    // UNIQUE columns, a view's column list).
+    // CREATE TABLE: what the definitions would drop (table options other
+    // than WITHOUT ROWID and STRICT, ordered or collated UNIQUE columns).
     std::vector<TUnsupportedClause> GetUnsupportedClauses();
     TViewDataRec GetViewRec();
     TTriggerRec GetTriggerRec();
@@ -297,6 +303,7 @@ std::vector<TCheckConstraintRec> GetCheckConstraints(const QString& SQL);
 std::vector<TForeignKeyRec> GetForeignKeys(const QString& SQL);
 TSQLFieldRec GetSQLFieldInfo(const QString& SQL, const QString& FieldName);
 std::vector<TUnsupportedClause> GetUnsupportedClauses(const QString& SQL);
+bool IsStrictTable(const QString& SQL);
 TViewDataRec GetViewRec(const QString& SQL);
 TTriggerRec GetTriggerRec(const QString& SQL);
 TVirtualTableRec GetVirtualTableRec(const QString& SQL);

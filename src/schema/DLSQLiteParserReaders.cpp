@@ -329,8 +329,33 @@ TSQLFieldRec ReadColumn(const TTableReader& r, const TItem& item) {
             if (k + 1 < t.size()) rec.NotNullConflictClause = r.ConflictAt(item, k + 1);
         }
         if (role == stCollate) rec.Collate = r.ValueBehind(item, k);
+        // GENERATED ALWAYS AS (...) or its short form AS (...); the
+        // storage word stands behind the closing parenthesis.
+        if (const int open = OpenBehind(r, item, k); role == stAs && open >= 0) {
+            rec.GeneratedExpression = r.p.TextBetween(open, r.ClosingOrEnd(open)).trimmed();
+            rec.GeneratedStored = k + 3 < t.size() && SameKeyword(r.ValueAt(t[k + 3]), "STORED");
+        }
     }
     return rec;
+}
+
+// The options behind the table's body, each as its words in upper case
+// ("WITHOUT ROWID", "STRICT").
+QStringList TableOptions(const TTableReader& r) {
+    QStringList options;
+    if (r.Close < 0) return options;
+    QStringList words;
+    for (int i = r.Close + 1; i <= r.p.GetTokenCount(); ++i) {
+        const TSQLTokenType role = i < r.p.GetTokenCount() ? r.RoleAt(i) : stSemicolon;
+        if (role == stComma || role == stSemicolon) {
+            if (!words.isEmpty()) options.append(words.join(u' '));
+            words.clear();
+            if (role == stSemicolon) break;
+            continue;
+        }
+        words.append(role == stWithoutRowid ? QStringLiteral("WITHOUT ROWID") : r.ValueAt(i).toUpper());
+    }
+    return options;
 }
 
 }  // namespace
@@ -352,58 +377,45 @@ std::vector<std::pair<QString, TSQLFieldRec>> TSQLParser::GetSQLFieldInfos() {
 
 std::vector<TUnsupportedClause> TSQLParser::GetUnsupportedClauses() {
     std::vector<TUnsupportedClause> list;
-    if (SQLCommand() == stCreateView) {
-        // A column list stands between the name and AS.
-        const int as = IndexOf(stAs);
-        for (int i = 0; i < as; ++i)
-            if (GetTokens(i)->FTokenType == ttOpenParen) {
-                list.push_back({QString(), QStringLiteral("a column list")});
-                break;
-            }
-        return list;
-    }
     TTableReader r(*this);
     for (const TItem& item : r.Items) {
         const auto& t = item.Tokens;
-        if (item.IsConstraint) {
-            const size_t k = static_cast<size_t>(item.Kind);
-            if (r.RoleAt(t[k]) != stUnique) continue;
-            const int open = OpenBehind(r, item, k);
-            if (open < 0) continue;
-            TPrimaryKeyRec columns;
-            ReadKeyColumns(r, open, columns);
-            for (const auto& c : columns.Fields)
-                if (!c.Collate.isEmpty() || !c.SortOrder.isEmpty()) {
-                    list.push_back({QString(), QStringLiteral("COLLATE or sort order in UNIQUE")});
-                    break;
-                }
-            continue;
-        }
-        for (size_t k = 1; k < t.size(); ++k) {
-            // GENERATED ALWAYS AS (...) or its short form AS (...).
-            if (r.RoleAt(t[k]) == stAs || SameKeyword(r.ValueAt(t[k]), "GENERATED")) {
-                list.push_back({r.FieldName(item), QStringLiteral("GENERATED ALWAYS AS")});
+        if (!item.IsConstraint) continue;
+        const size_t k = static_cast<size_t>(item.Kind);
+        if (r.RoleAt(t[k]) != stUnique) continue;
+        const int open = OpenBehind(r, item, k);
+        if (open < 0) continue;
+        TPrimaryKeyRec columns;
+        ReadKeyColumns(r, open, columns);
+        for (const auto& c : columns.Fields)
+            if (!c.Collate.isEmpty() || !c.SortOrder.isEmpty()) {
+                list.push_back({QString(), QStringLiteral("COLLATE or sort order in UNIQUE")});
                 break;
             }
-        }
     }
-    if (r.Close < 0) return list;
-    // Table options: only WITHOUT ROWID has a place in the definition.
-    QStringList words;
-    for (int i = r.Close + 1; i < GetTokenCount(); ++i) {
-        const TSQLTokenType role = SQLTokens(i)->FSQLToken;
-        if (role == stSemicolon) break;
-        if (role != stWithoutRowid && role != stComma) words.append(GetTokens(i)->FValue.toUpper());
-    }
-    if (!words.isEmpty()) list.push_back({QString(), words.join(u' ')});
+    QStringList unknown;
+    for (const QString& option : TableOptions(r))
+        if (option != u"WITHOUT ROWID" && option != u"STRICT") unknown.append(option);
+    if (!unknown.isEmpty()) list.push_back({QString(), unknown.join(QStringLiteral(", "))});
     return list;
+}
+
+bool TSQLParser::IsStrict() {
+    return SQLCommand() == stCreateTable && TableOptions(TTableReader(*this)).contains(QStringLiteral("STRICT"));
 }
 
 TViewDataRec TSQLParser::GetViewRec() {
     TViewDataRec rec;
     if (SQLCommand() != stCreateView) return rec;
     const int as = IndexOf(stAs);
-    if (as >= 0) rec.AsClause = TextBehind(as).trimmed();
+    if (as < 0) return rec;
+    rec.AsClause = TextBehind(as).trimmed();
+    // Only a column list has parentheses between the name and AS.
+    for (int i = 0; i < as; ++i)
+        if (GetTokens(i)->FTokenType == ttOpenParen) {
+            rec.ColumnNames = TTableReader(*this).ListNames(i);
+            break;
+        }
     return rec;
 }
 
@@ -632,6 +644,10 @@ TSQLFieldRec GetSQLFieldInfo(const QString& SQL, const QString& FieldName) {
 
 std::vector<TUnsupportedClause> GetUnsupportedClauses(const QString& SQL) {
     return GetParser(SQL).GetUnsupportedClauses();
+}
+
+bool IsStrictTable(const QString& SQL) {
+    return GetParser(SQL).IsStrict();
 }
 
 TViewDataRec GetViewRec(const QString& SQL) {

@@ -59,13 +59,23 @@ std::vector<TColumn> ReadColumns(TDLSQLiteDatabase& Database, const QString& Dat
     return columns;
 }
 
-void AddFields(const std::vector<TColumn>& Columns, const QString& SQL, TDLTableDef& TableDef) {
-    TSQLParser& parser = GetParser(SQL);
+void AddFields(const std::vector<TColumn>& Columns, const std::vector<std::pair<QString, TSQLFieldRec>>& Infos,
+               TDLTableDef& TableDef) {
     for (const TColumn& c : Columns) {
         // The not-null state follows the text: a key column of a table
         // without rowid is reported not null without saying so.
-        const TSQLFieldRec info = parser.GetSQLFieldInfo(c.Name);
-        TableDef.AddField(c.Name, c.Type, c.Default, info.Collate, info.NotNull, info.NotNullConflictClause);
+        TSQLFieldRec info;
+        for (const auto& [name, rec] : Infos)
+            if (SameObject(name, c.Name)) {
+                info = rec;
+                break;
+            }
+        TDLFieldDef& field =
+            TableDef.AddField(c.Name, c.Type, c.Default, info.Collate, info.NotNull, info.NotNullConflictClause);
+        field.FGeneratedExpression = info.GeneratedExpression;
+        field.FGeneratedStored = info.GeneratedStored;
+        // The engine allows no default on a generated column.
+        if (!field.FGeneratedExpression.isEmpty()) field.FDefaultValue.clear();
     }
 }
 
@@ -214,15 +224,17 @@ void ReadTableDef(TDLSQLiteDatabase& Database, const QString& TableName, TDLTabl
     // catalogue is read.
     const QString sql = ObjectSQL(Database, db, name, "table");
     const std::vector<TUnsupportedClause> unsupported = GetUnsupportedClauses(sql);
+    const std::vector<std::pair<QString, TSQLFieldRec>> infos = GetParser(sql).GetSQLFieldInfos();
     bool generated = false;
-    for (const TUnsupportedClause& u : unsupported) generated = generated || !u.FieldName.isEmpty();
+    for (const auto& info : infos) generated = generated || !info.second.GeneratedExpression.isEmpty();
 
     const std::vector<TColumn> columns = ReadColumns(Database, db, name, generated);
-    AddFields(columns, sql, TableDef);
+    AddFields(columns, infos, TableDef);
     AddIndexes(Database, db, name, sql, columns, TableDef);
     AddTriggers(Database, db, name, TableDef);
     AddConstraints(sql, TableDef);
     TableDef.FIsWithoutRowID = IsWithoutRowid(sql);
+    TableDef.FIsStrict = IsStrictTable(sql);
 
     for (const TUnsupportedClause& u : unsupported) {
         QStringList* target = &TableDef.FUnsupportedClauses;
@@ -239,7 +251,9 @@ void ReadViewDef(TDLSQLiteDatabase& Database, const QString& ViewName, TDLViewDe
     const QString sql = ObjectSQL(Database, db, name, "view");
     ViewDef.FViewName = ViewName;
     ViewDef.FIsTemporary = IsTempDatabase(db);
-    ViewDef.FAsClause = GetViewRec(sql).AsClause;
+    const TViewDataRec rec = GetViewRec(sql);
+    ViewDef.FAsClause = rec.AsClause;
+    ViewDef.FColumnNames = rec.ColumnNames;
     for (const TUnsupportedClause& u : GetUnsupportedClauses(sql)) ViewDef.FUnsupportedClauses.append(u.Clause);
     AddTriggers(Database, db, name, ViewDef);
 }

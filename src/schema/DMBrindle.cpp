@@ -292,6 +292,32 @@ public:
         return list;
     }
 
+    // Each pasted item keeps its name when free in Table, else the first
+    // "name_N" that is.
+    template <typename T, typename TInsert>
+    void PasteNamed(const QString& Table, const std::vector<T>& Items, TInsert&& Insert) {
+        for (T item : Items) {
+            if (!item.Name.isEmpty())
+                item.Name = FreeName(item.Name, [&](const QString& n) { return NameTaken(Table, n); });
+            Insert(item);
+        }
+    }
+
+    // After a failed apply: back to the savepoint inside the user's
+    // transaction, or the whole transaction the savepoint began.
+    void RollbackApply(TDLSQLiteDatabase& Database, bool WasInTransaction) {
+        Status(QStringLiteral("Rollback transaction"));
+        if (O.FRecordOnly || !Database.GetInTransaction()) return;
+        try {
+            if (WasInTransaction)
+                Database.Execute(QStringLiteral("rollback to savepoint ") + kApplySavepoint);
+            else
+                Database.Rollback();
+        } catch (const ECustomException&) {
+            // The first failure is the one to report.
+        }
+    }
+
     void DeleteRows(const QString& Table, const QList<qint64>& RowIDs) {
         for (qint64 id : RowIDs) Exec(QStringLiteral("delete from %1 where rowid = %2").arg(Table).arg(id));
     }
@@ -915,11 +941,7 @@ void TdmBrindle::DeleteUniqueConstraints(const QList<qint64>& RowIDs) {
 }
 
 void TdmBrindle::PasteUniqueConstraints(const std::vector<TDesignUniqueConstraint>& Constraints) {
-    for (TDesignUniqueConstraint c : Constraints) {
-        if (!c.Name.isEmpty())
-            c.Name = FreeName(c.Name, [&](const QString& n) { return FImpl->NameTaken(QStringLiteral("UniqueConstraints"), n); });
-        FImpl->InsertUnique(c);
-    }
+    FImpl->PasteNamed(QStringLiteral("UniqueConstraints"), Constraints, [&](const TDesignUniqueConstraint& c) { FImpl->InsertUnique(c); });
     FImpl->Touch(true, false, false);
 }
 
@@ -942,11 +964,7 @@ void TdmBrindle::DeleteCheckConstraints(const QList<qint64>& RowIDs) {
 }
 
 void TdmBrindle::PasteCheckConstraints(const std::vector<TDesignCheckConstraint>& Constraints) {
-    for (TDesignCheckConstraint c : Constraints) {
-        if (!c.Name.isEmpty())
-            c.Name = FreeName(c.Name, [&](const QString& n) { return FImpl->NameTaken(QStringLiteral("CheckConstraints"), n); });
-        FImpl->InsertCheck(c);
-    }
+    FImpl->PasteNamed(QStringLiteral("CheckConstraints"), Constraints, [&](const TDesignCheckConstraint& c) { FImpl->InsertCheck(c); });
     FImpl->Touch(true, false, false);
 }
 
@@ -972,11 +990,7 @@ void TdmBrindle::DeleteForeignKeys(const QList<qint64>& RowIDs) {
 }
 
 void TdmBrindle::PasteForeignKeys(const std::vector<TDesignForeignKey>& ForeignKeys) {
-    for (TDesignForeignKey k : ForeignKeys) {
-        if (!k.Name.isEmpty())
-            k.Name = FreeName(k.Name, [&](const QString& n) { return FImpl->NameTaken(QStringLiteral("ForeignKeys"), n); });
-        FImpl->InsertForeignKey(k);
-    }
+    FImpl->PasteNamed(QStringLiteral("ForeignKeys"), ForeignKeys, [&](const TDesignForeignKey& c) { FImpl->InsertForeignKey(c); });
     FImpl->Touch(true, false, false);
 }
 
@@ -1231,16 +1245,7 @@ TApplyResult TdmBrindle::ApplyTableDesign(TDLSQLiteDatabase& Database, QString& 
         FImpl->Status(QStringLiteral("Commit transaction"));
         FImpl->Run(Database, QStringLiteral("release savepoint ") + kApplySavepoint);
     } catch (...) {
-        FImpl->Status(QStringLiteral("Rollback transaction"));
-        if (!FRecordOnly && Database.GetInTransaction()) {
-            try {
-                if (wasInTransaction)
-                    Database.Execute(QStringLiteral("rollback to savepoint ") + kApplySavepoint);
-                else
-                    Database.Rollback();
-            } catch (...) {
-            }
-        }
+        FImpl->RollbackApply(Database, wasInTransaction);
         throw;
     }
     FImpl->Status(QStringLiteral("Refresh database"));
@@ -1272,15 +1277,7 @@ void TdmBrindle::ApplyViewDesign(TDLSQLiteDatabase& Database, const QString& Vie
         FImpl->Run(Database, def.GetCreateSQL(true, true));
         FImpl->Run(Database, QStringLiteral("release savepoint ") + kApplySavepoint);
     } catch (...) {
-        if (!FRecordOnly && Database.GetInTransaction()) {
-            try {
-                if (wasInTransaction)
-                    Database.Execute(QStringLiteral("rollback to savepoint ") + kApplySavepoint);
-                else
-                    Database.Rollback();
-            } catch (...) {
-            }
-        }
+        FImpl->RollbackApply(Database, wasInTransaction);
         throw;
     }
     FViewDesignModified = false;
@@ -1360,16 +1357,7 @@ void TdmBrindle::ApplyVirtualTableDesign(TDLSQLiteDatabase& Database, const QStr
         FImpl->Status(QStringLiteral("Commit transaction"));
         FImpl->Run(Database, QStringLiteral("release savepoint ") + kApplySavepoint);
     } catch (...) {
-        FImpl->Status(QStringLiteral("Rollback transaction"));
-        if (!FRecordOnly && Database.GetInTransaction()) {
-            try {
-                if (wasInTransaction)
-                    Database.Execute(QStringLiteral("rollback to savepoint ") + kApplySavepoint);
-                else
-                    Database.Rollback();
-            } catch (...) {
-            }
-        }
+        FImpl->RollbackApply(Database, wasInTransaction);
         throw;
     }
     FVirtualTableDesignModified = false;

@@ -457,3 +457,42 @@ TEST_F(Design, ClausesTheDesignCannotCarryAreRefused) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(Design, GeneratedColumnsStrictTablesAndViewColumnListsAreCarried) {
+    db->Execute(QStringLiteral(
+        "create table g(a integer not null, b integer generated always as (a * 2) stored, "
+        "\"match\" text as (upper(d)), d text) strict;"
+        "insert into g(a, d) values (1, 'x'), (9223372036854775807 / 2, null);"
+        "create view gv(first, \"key\") as select a, \"match\" from g"));
+    const QStringList rows = Rows(QStringLiteral("g"));
+    const QStringList catalogue = CatalogueReport(*db);
+    dm.LoadTableDesign(*db, QStringLiteral("g"));
+    EXPECT_TRUE(dm.IsStrict());
+    EXPECT_TRUE(dm.UnsupportedClauses().isEmpty()) << dm.UnsupportedClauses().join(u',').toStdString();
+    EXPECT_EQ(FieldNamed(QStringLiteral("b")).GeneratedExpression, QStringLiteral("a * 2"));
+    dm.FTableDesignModified = dm.FFieldsModified = true;
+    Apply(QStringLiteral("g"));
+    EXPECT_EQ(Rows(QStringLiteral("g")), rows);
+    EXPECT_EQ(ReportDifferences(catalogue, CatalogueReport(*db)).join(u'\n').toStdString(), "");
+    EXPECT_THROW(db->Execute(QStringLiteral("insert into g(a) values ('text')")), ECustomException);
+
+    // A generated column made a stored one keeps the values it had.
+    dm.LoadTableDesign(*db, QStringLiteral("g"));
+    TDesignField b = FieldNamed(QStringLiteral("b"));
+    b.GeneratedExpression.clear();
+    dm.ModifyField(b.RowID, b);
+    Apply(QStringLiteral("g"));
+    EXPECT_EQ(Rows(QStringLiteral("g")), rows);
+    EXPECT_EQ(db->GetStringValue(QStringLiteral("select hidden from pragma_table_xinfo('g') where name = 'b'")),
+              QStringLiteral("0"));
+
+    dm.LoadViewDesign(*db, QStringLiteral("gv"));
+    dm.ApplyViewDesign(*db, QStringLiteral("main.gv"), QStringLiteral("select a, d from g"), {"one", "two"}, false,
+                       false);
+    EXPECT_EQ(db->GetStringValue(QStringLiteral("select group_concat(name) from pragma_table_info('gv')")),
+              QStringLiteral("one,two"));
+}
+
+}  // namespace

@@ -25,6 +25,7 @@ inline void AskEveryQuestion(TSQLParser& p) {
     p.GetDatabaseName();
     p.GetFileName();
     p.IsWithoutRowid();
+    p.IsStrict();
     p.GetTriggerDatabaseName();
     p.GetVirtualTableModule();
     p.GetIndexWhereClause();
@@ -38,6 +39,7 @@ inline void AskEveryQuestion(TSQLParser& p) {
     p.GetCheckConstraints();
     p.GetForeignKeys();
     p.GetSQLFieldInfo(QStringLiteral("a"));
+    p.GetSQLFieldInfos();
     p.GetUnsupportedClauses();
     p.GetViewRec();
     BuildTriggerSQL(p.GetTriggerRec(), false);

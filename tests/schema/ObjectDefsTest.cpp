@@ -213,6 +213,28 @@ TEST_F(ObjectDefsTest, IndexesAndTriggersFollowTheTable) {
     EXPECT_THROW(t.GetIndexSQL(t.Indexes(0)), EAssertionFailure);
 }
 
+// The generated clause stands last on its line, the table options behind
+// the body in the engine's order.
+TEST_F(ObjectDefsTest, GeneratedColumnsAndTableOptions) {
+    TDLTableDef t(QStringLiteral("g"));
+    t.FIsStrict = true;
+    t.AddField(QStringLiteral("a"), QStringLiteral("INTEGER"));
+    TDLFieldDef& key = t.AddField(QStringLiteral("key"), QStringLiteral("TEXT"), QString(),
+                                  QStringLiteral("NOCASE"), true);
+    key.FGeneratedExpression = QStringLiteral("'k' || a");
+    TDLFieldDef& total = t.AddField(QStringLiteral("total"), QStringLiteral("INT"));
+    total.FGeneratedExpression = QStringLiteral("a * 2 -- doubled");
+    total.FGeneratedStored = true;
+    t.AddIndex(std::make_unique<TDLIndexDef>(QStringLiteral("pk"), QStringList{"a"}, ixPrimary));
+    const QString body = Lines({"CREATE TABLE [g] (", "  [a] INTEGER PRIMARY KEY, ",
+                                "  [key] TEXT NOT NULL COLLATE NOCASE GENERATED ALWAYS AS ('k' || a) VIRTUAL, ",
+                                "  [total] INT GENERATED ALWAYS AS (a * 2 -- doubled", ") STORED)"});
+    ExpectSQL(t.GetCreateSQL(true, true, false), body + QStringLiteral(" STRICT;"));
+    db.Execute(QStringLiteral("drop table g"));
+    t.FIsWithoutRowID = true;
+    ExpectSQL(t.GetCreateSQL(true, true, false), body + QStringLiteral(" WITHOUT ROWID, STRICT;"));
+}
+
 TEST_F(ObjectDefsTest, TemporaryAndEmptyTables) {
     TDLTableDef t(QStringLiteral("scratch"));
     EXPECT_EQ(t.GetCreateSQL(true, true, true), QStringLiteral("CREATE TABLE [scratch] ();"));
@@ -221,7 +243,7 @@ TEST_F(ObjectDefsTest, TemporaryAndEmptyTables) {
     ExpectSQL(t.GetCreateSQL(true, true, true),
               QStringLiteral("CREATE TEMPORARY TABLE [scratch] (\r\n  [a] );"));
     EXPECT_FALSE(t.HasUnsupportedClauses());
-    t.Fields(0).FUnsupportedClauses.append(QStringLiteral("GENERATED ALWAYS AS"));
+    t.Fields(0).FUnsupportedClauses.append(QStringLiteral("COLLATE or sort order in UNIQUE"));
     EXPECT_TRUE(t.HasUnsupportedClauses());
 }
 
@@ -242,6 +264,13 @@ TEST_F(ObjectDefsTest, ViewsAndVirtualTables) {
     v.FIsTemporary = true;
     v.FViewName = QStringLiteral("tv");
     ExpectSQL(v.GetCreateSQL(true, false), Lines({"CREATE TEMPORARY VIEW [tv] AS ", "select a", "from t"}));
+    v.FViewName = QStringLiteral("main.cv");
+    v.FIsTemporary = false;
+    v.FColumnNames = QStringList{QStringLiteral("key"), QStringLiteral("b]")};
+    v.FAsClause = QStringLiteral("select a, a from t");
+    ExpectSQL(v.GetCreateSQL(true, false), Lines({"CREATE VIEW [main].[cv]([key], \"b]\") AS ", "select a, a from t"}));
+    v.Clear();
+    EXPECT_TRUE(v.FColumnNames.isEmpty());
 
     TDLVirtualTableDef fts(QStringLiteral("main.docs"), QStringLiteral("fts4"),
                            QStringLiteral("title, body"));

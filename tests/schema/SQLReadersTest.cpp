@@ -99,12 +99,32 @@ TEST(SQLReaders, ClausesTheDefinitionsCannotHold) {
         for (const TUnsupportedClause& c : GetUnsupportedClauses(S(sql))) list << c.FieldName + u':' + c.Clause;
         return Str(list);
     };
-    EXPECT_EQ(clauses("CREATE TABLE t(a INT PRIMARY KEY, b AS (a*2), c INT GENERATED ALWAYS AS (a) STORED) STRICT"),
-              "b:GENERATED ALWAYS AS|c:GENERATED ALWAYS AS|:STRICT");
-    EXPECT_EQ(clauses("CREATE TABLE t(a INT PRIMARY KEY, b DEFAULT 'AS (1)') WITHOUT ROWID"), "");
+    EXPECT_EQ(clauses("CREATE TABLE t(a INT PRIMARY KEY, b AS (a*2), c INT GENERATED ALWAYS AS (a) STORED) "
+                      "strict, WITHOUT ROWID"),
+              "");
     EXPECT_EQ(clauses("CREATE TABLE t(a, b, UNIQUE (a COLLATE nocase, b))"), ":COLLATE or sort order in UNIQUE");
-    EXPECT_EQ(clauses("CREATE VIEW v(x) AS SELECT 1"), ":a column list");
-    EXPECT_EQ(clauses("CREATE VIEW v AS SELECT f(1) AS x"), "");
+    EXPECT_EQ(clauses("CREATE TABLE t(a) STRICT, some option, WITHOUT ROWID;"), ":SOME OPTION");
+    EXPECT_EQ(clauses("CREATE VIEW v(x) AS SELECT 1"), "");
+}
+
+TEST(SQLReaders, GeneratedColumnsAndTableOptions) {
+    const QString sql = S(
+        "CREATE TABLE t(a INT PRIMARY KEY, b AS (a*2), \"key\" INT NOT NULL GENERATED ALWAYS AS ( (a) /* c */ ) "
+        "STORED COLLATE nocase, c DEFAULT 'AS (1)', e VARCHAR(10) CONSTRAINT g as (upper(c)) Virtual, total stored)");
+    QStringList seen;
+    for (const auto& [name, f] : GetParser(sql).GetSQLFieldInfos())
+        seen << name + u':' + f.GeneratedExpression + (f.GeneratedStored ? QStringLiteral(":stored") : QString());
+    EXPECT_EQ(Str(seen), "a:|b:a*2|key:(a) /* c */:stored|c:|e:upper(c)|total:");
+    // The rest of a generated column is read as for any other.
+    const TSQLFieldRec key = GetSQLFieldInfo(sql, S("KEY"));
+    EXPECT_TRUE(key.NotNull);
+    EXPECT_EQ(key.Collate, S("nocase"));
+
+    EXPECT_TRUE(IsStrictTable(S("CREATE TABLE t(a INT) STRICT")));
+    EXPECT_TRUE(IsStrictTable(S("create table t(a int primary key) without rowid, strict;")));
+    EXPECT_FALSE(IsStrictTable(S("CREATE TABLE t(a INT) WITHOUT ROWID")));
+    EXPECT_FALSE(IsStrictTable(S("CREATE TABLE t(strict INT, b CHECK (strict))")));
+    EXPECT_FALSE(IsStrictTable(S("CREATE VIEW strict AS SELECT 1")));
 }
 
 TEST(SQLReaders, ViewsAndVirtualTables) {
@@ -112,6 +132,11 @@ TEST(SQLReaders, ViewsAndVirtualTables) {
     EXPECT_EQ(view.AsClause, S("SELECT 1"));
     EXPECT_TRUE(view.ViewName.isEmpty());
     EXPECT_FALSE(view.IsTemporary);
+    EXPECT_TRUE(view.ColumnNames.isEmpty());
+    EXPECT_TRUE(GetViewRec(S("CREATE VIEW v AS SELECT f(1) AS x")).ColumnNames.isEmpty());
+    const TViewDataRec listed = GetViewRec(S("CREATE VIEW IF NOT EXISTS main.v(x, \"y z\", [key]) AS SELECT 1, 2, (3)"));
+    EXPECT_EQ(Str(listed.ColumnNames), "x|y z|key");
+    EXPECT_EQ(listed.AsClause, S("SELECT 1, 2, (3)"));
 
     const TVirtualTableRec vt =
         GetVirtualTableRec(S("CREATE VIRTUAL TABLE IF NOT EXISTS main.\"f t\" USING fts4( a, tokenize=\"x (y)\" )"));

@@ -154,6 +154,11 @@ QStringList CatalogueReport(TDLSQLiteDatabase& db) {
                 lines << head + QStringLiteral("fk deferral ") + f.ChildKey.join(u',') + u' ' + f.Deferrable + u' ' +
                              f.Initially;
         if (IsWithoutRowid(sql)) lines << head + QStringLiteral("without rowid");
+        // Column types are enforced or not: the catalogue's word on it.
+        if (db.GetStringValue(QStringLiteral("select \"strict\" from pragma_table_list where schema = 'main' "
+                                             "and name = %1")
+                                  .arg(QuotedStr(name))) == u"1")
+            lines << head + QStringLiteral("strict");
         lines << head + QStringLiteral("words ") + ClauseWords(sql).join(u',');
     }
     lines.sort();

@@ -1,8 +1,11 @@
 // What the engine itself reports of a database's schema, as sorted text
-// lines: columns, indexes with their key columns, foreign keys, triggers
-// with their heads and bodies, view columns, and the check and deferral
-// texts read from the stored CREATE statements (no pragma gives those). Two databases with equal
-// reports behave alike for every row they will ever hold.
+// lines: columns (generated ones with their kind), strict tables, indexes
+// with their key columns, foreign keys, triggers with their heads and
+// bodies, view columns, and the check and deferral texts read from the
+// stored CREATE statements (no pragma gives those). Generated expressions
+// show in no pragma: what they compute is for the caller to compare. Two
+// databases with equal reports behave alike for every row they will ever
+// hold.
 #pragma once
 
 #include <QStringList>
