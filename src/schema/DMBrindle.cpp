@@ -104,10 +104,8 @@ std::vector<TTriggerName> CatalogueTriggers(TDLSQLiteDatabase& Database, const Q
     const QString select =
         QStringLiteral("select name, sql from %1 where type = 'trigger' and tbl_name = %2 collate nocase order by rowid");
     if (!IsTempDatabase(DatabaseName)) {
-        QStringList names;
-        Database.GetValues(select.arg(MasterOf(DatabaseName), Lit(Table)).replace(QStringLiteral("name, sql"), QStringLiteral("name")),
-                           names);
-        for (const QString& n : names) list.push_back({n, false});
+        IRecordSetPtr own = Database.GetRecordSet(select.arg(MasterOf(DatabaseName), Lit(Table)));
+        for (int r = 0; r < own->GetRecordCount(); ++r) list.push_back({own->GetValue(r, 0), false});
     }
     IRecordSetPtr rs = Database.GetRecordSet(select.arg(MasterOf(QStringLiteral("temp")), Lit(Table)));
     for (int r = 0; r < rs->GetRecordCount(); ++r) {
