@@ -438,15 +438,7 @@ void addColumn(TdmBrindle& dm, const QString& definition) {
         throw ECustomException(QStringLiteral("A column of its own key or with clauses of its own cannot be "
                                               "added here: %1").arg(definition));
     const TDLFieldDef& f = def.Fields(0);
-    TDesignField field;
-    field.Name = f.FFieldName;
-    scratch.SQLStrToDataType(f.FDeclaredType, field.Type, field.Size, field.Precision);
-    field.NotNull = f.FNotNull;
-    field.NotNullOnConflict = f.FNotNullConflictClause;
-    field.DefaultValue = f.FDefaultValue;
-    field.Collate = f.FCollate;
-    field.GeneratedExpression = f.FGeneratedExpression;
-    field.GeneratedStored = f.FGeneratedStored;
+    const TDesignField field = DesignField(scratch, f);
     const qint64 id = dm.AddField(field);
     // The type as written, not as the boxes would rebuild it.
     TDesignField added = designField(dm, field.Name);

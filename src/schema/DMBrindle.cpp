@@ -117,6 +117,14 @@ std::vector<TTriggerName> CatalogueTriggers(TDLSQLiteDatabase& Database, const Q
     return list;
 }
 
+// Whether the owner's trigger of that name is kept in temp; every trigger
+// of a temporary owner is.
+bool IsTemporaryTrigger(const std::vector<TTriggerName>& Names, const QString& Name, const QString& DatabaseName) {
+    for (const TTriggerName& n : Names)
+        if (n.Name.compare(Name, Qt::CaseInsensitive) == 0) return n.IsTemporary;
+    return IsTempDatabase(DatabaseName);
+}
+
 }  // namespace
 
 QString GetSizePrecisionStr(QString Size, QString Precision) {
@@ -128,6 +136,20 @@ QString GetSizePrecisionStr(QString Size, QString Precision) {
     if (Size == u"0" && Precision == u"0") return QString();
     if (Precision != u"0") return QStringLiteral("(%1, %2)").arg(Size, Precision);
     return QStringLiteral("(%1)").arg(Size);
+}
+
+TDesignField DesignField(TDLSQLiteDatabase& Database, const TDLFieldDef& Field) {
+    TDesignField row;
+    row.Name = Field.FFieldName;
+    row.DeclaredType = Field.FDeclaredType;
+    Database.SQLStrToDataType(Field.FDeclaredType, row.Type, row.Size, row.Precision);
+    row.NotNull = Field.FNotNull;
+    row.NotNullOnConflict = Field.FNotNullConflictClause;
+    row.DefaultValue = Field.FDefaultValue;
+    row.Collate = Field.FCollate;
+    row.GeneratedExpression = Field.FGeneratedExpression;
+    row.GeneratedStored = Field.FGeneratedStored;
+    return row;
 }
 
 bool TableIsEmpty(TDLSQLiteDatabase& Database, const QString& TableName) {
@@ -593,17 +615,7 @@ void TdmBrindle::LoadTableDesign(TDLSQLiteDatabase& Database, const QString& Tab
     try {
         for (int i = 0; i < def.FieldCount(); ++i) {
             const TDLFieldDef& f = def.Fields(i);
-            TDesignField row;
-            row.Name = f.FFieldName;
-            row.DeclaredType = f.FDeclaredType;
-            Database.SQLStrToDataType(f.FDeclaredType, row.Type, row.Size, row.Precision);
-            row.NotNull = f.FNotNull;
-            row.NotNullOnConflict = f.FNotNullConflictClause;
-            row.DefaultValue = f.FDefaultValue;
-            row.Collate = f.FCollate;
-            row.GeneratedExpression = f.FGeneratedExpression;
-            row.GeneratedStored = f.FGeneratedStored;
-            FImpl->WriteField(0, row, i, QString::number(i));
+            FImpl->WriteField(0, DesignField(Database, f), i, QString::number(i));
             if (!f.FUnsupportedClauses.isEmpty()) FImpl->FFieldClauses[i] = f.FUnsupportedClauses;
         }
         for (int i = 0; i < def.IndexCount(); ++i) {
@@ -641,13 +653,10 @@ void TdmBrindle::LoadTableDesign(TDLSQLiteDatabase& Database, const QString& Tab
         ParseObject(TableName, db, table);
         if (db.isEmpty()) db = QStringLiteral("main");
         const std::vector<TTriggerName> names = CatalogueTriggers(Database, db, table);
-        for (int i = 0; i < def.TriggerCount(); ++i) {
-            const TDLTriggerDef& t = def.Triggers(i);
-            bool temporary = IsTempDatabase(db);
-            for (const TTriggerName& n : names)
-                if (n.Name.compare(t.FTriggerName, Qt::CaseInsensitive) == 0) temporary = n.IsTemporary;
-            FImpl->InsertTrigger(QStringLiteral("TableTriggers"), {0, t.FTriggerName, t.FSQL, temporary});
-        }
+        for (int i = 0; i < def.TriggerCount(); ++i)
+            FImpl->InsertTrigger(QStringLiteral("TableTriggers"),
+                                 {0, def.Triggers(i).FTriggerName, def.Triggers(i).FSQL,
+                                  IsTemporaryTrigger(names, def.Triggers(i).FTriggerName, db)});
         FImpl->Exec(QStringLiteral("commit"));
     } catch (...) {
         FImpl->Exec(QStringLiteral("rollback"));
@@ -664,13 +673,10 @@ void TdmBrindle::LoadViewDesign(TDLSQLiteDatabase& Database, const QString& View
     ParseObject(ViewName, db, view);
     if (db.isEmpty()) db = QStringLiteral("main");
     const std::vector<TTriggerName> names = CatalogueTriggers(Database, db, view);
-    for (int i = 0; i < def.GetTriggerCount(); ++i) {
-        const TDLTriggerDef& t = def.GetTrigger(i);
-        bool temporary = IsTempDatabase(db);
-        for (const TTriggerName& n : names)
-            if (n.Name.compare(t.FTriggerName, Qt::CaseInsensitive) == 0) temporary = n.IsTemporary;
-        FImpl->InsertTrigger(QStringLiteral("ViewTriggers"), {0, t.FTriggerName, t.FSQL, temporary});
-    }
+    for (int i = 0; i < def.GetTriggerCount(); ++i)
+        FImpl->InsertTrigger(QStringLiteral("ViewTriggers"),
+                             {0, def.GetTrigger(i).FTriggerName, def.GetTrigger(i).FSQL,
+                              IsTemporaryTrigger(names, def.GetTrigger(i).FTriggerName, db)});
     FCurrentViewName = ViewName;
     FViewDesignModified = false;
 }

@@ -34,6 +34,7 @@
 namespace brindle {
 
 class TDLSQLiteDatabase;
+class TDLFieldDef;
 class TDLTableDef;
 
 struct TDesignField {
@@ -123,6 +124,9 @@ struct TApplyHooks {
 
 // "(10)", "(10, 2)" or empty.
 QString GetSizePrecisionStr(QString Size, QString Precision);
+// A column of a read definition as a design row (no RowID, no positions);
+// the type is taken apart by the database's type mapping.
+TDesignField DesignField(TDLSQLiteDatabase& Database, const TDLFieldDef& Field);
 // "select * from <table> limit 1" returns no row.
 bool TableIsEmpty(TDLSQLiteDatabase& Database, const QString& TableName);
 // Renames a table as the user asks: the engine's modern rename, which also

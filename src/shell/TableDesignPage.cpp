@@ -1,5 +1,7 @@
 #include "TableDesignPage.h"
 
+#include "DesignPageTools.h"
+
 #include "Application.h"
 #include "ClipboardFormats.h"
 #include "DesignDialogs.h"
@@ -36,19 +38,6 @@ namespace brindle {
 
 namespace {
 
-// Sets a flag for its lifetime and puts the old value back.
-class TFlagGuard {
-public:
-    explicit TFlagGuard(bool& Flag) : FFlag(Flag), FOld(Flag) { FFlag = true; }
-    ~TFlagGuard() { FFlag = FOld; }
-    TFlagGuard(const TFlagGuard&) = delete;
-    TFlagGuard& operator=(const TFlagGuard&) = delete;
-
-private:
-    bool& FFlag;
-    bool FOld;
-};
-
 using TGridRow = TDesignGridRow;
 
 }  // namespace
@@ -69,11 +58,6 @@ QTableWidget* MakeDesignGrid(QWidget* Parent, const char* Name, const QStringLis
 }
 
 namespace {
-
-qint64 RowIDAt(const QTableWidget* Grid, int Row) {
-    const QTableWidgetItem* item = Grid->item(Row, 0);
-    return item ? item->data(Qt::UserRole).toLongLong() : 0;
-}
 
 int RowOf(const QTableWidget* Grid, qint64 RowID) {
     for (int r = 0; r < Grid->rowCount(); ++r)
@@ -120,21 +104,6 @@ namespace {
 
 QString BoolCell(bool Value) {
     return Value ? QStringLiteral("True") : QString();
-}
-
-template <typename T>
-const T* FindRow(const std::vector<T>& Rows, qint64 RowID) {
-    for (const T& row : Rows)
-        if (row.RowID == RowID) return &row;
-    return nullptr;
-}
-
-template <typename T>
-std::vector<T> RowsOf(const std::vector<T>& Rows, const QList<qint64>& RowIDs) {
-    std::vector<T> result;
-    for (const qint64 id : RowIDs)
-        if (const T* row = FindRow(Rows, id)) result.push_back(*row);
-    return result;
 }
 
 QString IndexFieldsText(const TDesignIndex& Index) {
@@ -859,13 +828,11 @@ void TTableDesignPage::AddIndex() {
 }
 
 void TTableDesignPage::ModifyIndex() {
-    const int row = grdIndexes->currentRow();
-    if (row < 0) return;
-    const qint64 id = RowIDAt(grdIndexes, row);
     const std::vector<TDesignIndex> indexes = FDM.Indexes();
-    const TDesignIndex* found = FindRow(indexes, id);
-    if (!found) return;
-    TDesignIndex index = *found;
+    const std::optional<TDesignIndex> current = CurrentDesignRow(grdIndexes, indexes);
+    if (!current) return;
+    const qint64 id = current->RowID;
+    TDesignIndex index = *current;
     TDLSQLiteDatabase* db = FHost.CurrentDatabase ? FHost.CurrentDatabase() : nullptr;
     TIndexDialogContext context{EditorTableName(), FDM.Fields(), Collations(db), false};
     for (const TDesignIndex& i : indexes)
@@ -887,8 +854,7 @@ void TTableDesignPage::DeleteIndexes() {
 // ---------------------------------------------------------------------------
 // Foreign keys
 
-void TTableDesignPage::AddForeignKey() {
-    TDesignForeignKey key;
+TForeignKeyDialogContext TTableDesignPage::ForeignKeyContext() {
     TForeignKeyDialogContext context;
     context.Fields = FieldNames();
     context.ParentTables = FHost.TableNames ? FHost.TableNames() : QStringList();
@@ -901,6 +867,12 @@ void TTableDesignPage::AddForeignKey() {
         if (db) db->GetFieldNamesFromTable(QuoteObject(schema, ExtractObjectName(Parent)), fields);
         return fields;
     };
+    return context;
+}
+
+void TTableDesignPage::AddForeignKey() {
+    TDesignForeignKey key;
+    TForeignKeyDialogContext context = ForeignKeyContext();
     if (!TfrmForeignKeyEditor::Execute(this, context, key)) return;
     qint64 id = 0;
     Edit([&] { id = FDM.AddForeignKey(key); });
@@ -908,24 +880,11 @@ void TTableDesignPage::AddForeignKey() {
 }
 
 void TTableDesignPage::ModifyForeignKey() {
-    const int row = grdForeignKeys->currentRow();
-    if (row < 0) return;
-    const qint64 id = RowIDAt(grdForeignKeys, row);
-    const std::vector<TDesignForeignKey> keys = FDM.ForeignKeys();
-    const TDesignForeignKey* found = FindRow(keys, id);
-    if (!found) return;
-    TDesignForeignKey key = *found;
-    TForeignKeyDialogContext context;
-    context.Fields = FieldNames();
-    context.ParentTables = FHost.TableNames ? FHost.TableNames() : QStringList();
-    QString schema, table;
-    ParseObject(EditorTableName(), schema, table);
-    context.GetParentFields = [this, schema](const QString& Parent) {
-        QStringList fields;
-        TDLSQLiteDatabase* db = FHost.CurrentDatabase ? FHost.CurrentDatabase() : nullptr;
-        if (db) db->GetFieldNamesFromTable(QuoteObject(schema, ExtractObjectName(Parent)), fields);
-        return fields;
-    };
+    const std::optional<TDesignForeignKey> current = CurrentDesignRow(grdForeignKeys, FDM.ForeignKeys());
+    if (!current) return;
+    const qint64 id = current->RowID;
+    TDesignForeignKey key = *current;
+    TForeignKeyDialogContext context = ForeignKeyContext();
     if (!TfrmForeignKeyEditor::Execute(this, context, key)) return;
     Edit([&] { FDM.ModifyForeignKey(id, key); });
     SelectRowID(grdForeignKeys, id);
@@ -952,13 +911,10 @@ void TTableDesignPage::AddUniqueConstraint() {
 }
 
 void TTableDesignPage::ModifyUniqueConstraint() {
-    const int row = grdUniqueConstraints->currentRow();
-    if (row < 0) return;
-    const qint64 id = RowIDAt(grdUniqueConstraints, row);
-    const std::vector<TDesignUniqueConstraint> constraints = FDM.UniqueConstraints();
-    const TDesignUniqueConstraint* found = FindRow(constraints, id);
-    if (!found) return;
-    TDesignUniqueConstraint constraint = *found;
+    const std::optional<TDesignUniqueConstraint> current = CurrentDesignRow(grdUniqueConstraints, FDM.UniqueConstraints());
+    if (!current) return;
+    const qint64 id = current->RowID;
+    TDesignUniqueConstraint constraint = *current;
     if (!TfrmUniqueConstraintEditor::Execute(this, FieldNames(), constraint)) return;
     Edit([&] { FDM.ModifyUniqueConstraint(id, constraint); });
     SelectRowID(grdUniqueConstraints, id);
@@ -982,13 +938,10 @@ void TTableDesignPage::AddCheckConstraint() {
 }
 
 void TTableDesignPage::ModifyCheckConstraint() {
-    const int row = grdCheckConstraints->currentRow();
-    if (row < 0) return;
-    const qint64 id = RowIDAt(grdCheckConstraints, row);
-    const std::vector<TDesignCheckConstraint> constraints = FDM.CheckConstraints();
-    const TDesignCheckConstraint* found = FindRow(constraints, id);
-    if (!found) return;
-    TDesignCheckConstraint constraint = *found;
+    const std::optional<TDesignCheckConstraint> current = CurrentDesignRow(grdCheckConstraints, FDM.CheckConstraints());
+    if (!current) return;
+    const qint64 id = current->RowID;
+    TDesignCheckConstraint constraint = *current;
     if (!TfrmCheckConstraintEditor::Execute(this, constraint)) return;
     Edit([&] { FDM.ModifyCheckConstraint(id, constraint); });
     SelectRowID(grdCheckConstraints, id);
@@ -1023,13 +976,10 @@ void TTableDesignPage::AddTableTrigger() {
 }
 
 void TTableDesignPage::ModifyTableTrigger() {
-    const int row = grdTableTriggers->currentRow();
-    if (row < 0) return;
-    const qint64 id = RowIDAt(grdTableTriggers, row);
-    const std::vector<TDesignTrigger> triggers = FDM.TableTriggers();
-    const TDesignTrigger* found = FindRow(triggers, id);
-    if (!found) return;
-    TDesignTrigger trigger = *found;
+    const std::optional<TDesignTrigger> current = CurrentDesignRow(grdTableTriggers, FDM.TableTriggers());
+    if (!current) return;
+    const qint64 id = current->RowID;
+    TDesignTrigger trigger = *current;
     if (!TfrmTriggerEditor::Execute(this, trigger)) return;
     Edit([&] { FDM.ModifyTableTrigger(id, trigger); });
     SelectRowID(grdTableTriggers, id);

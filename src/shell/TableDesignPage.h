@@ -33,6 +33,7 @@ class TdmBrindle;
 class TDLSQLiteDatabase;
 class TSQLEditor;
 struct TDesignField;
+struct TForeignKeyDialogContext;
 
 // A table may be rebuilt now: without a transaction always; inside one only
 // when foreign keys are off or no table with rows refers to it, since the
@@ -131,6 +132,8 @@ private:
     // Runs an edit; a refusal of the working copy shows as an error.
     void Edit(const std::function<void()>& Command);
     void Changed();
+    // The foreign key dialog's fields, parent tables and parent columns.
+    TForeignKeyDialogContext ForeignKeyContext();
     void UpdateTableTriggerSQL();
     // The name the page's triggers stand on: quoted, with its database for
     // a temporary table.

@@ -1,5 +1,7 @@
 #include "ViewDesignPage.h"
 
+#include "DesignPageTools.h"
+
 #include "Application.h"
 #include "ClipboardFormats.h"
 #include "DesignDialogs.h"
@@ -32,30 +34,12 @@ namespace brindle {
 
 namespace {
 
-// Sets a flag for its lifetime and puts the old value back.
-class TFlagGuard {
-public:
-    explicit TFlagGuard(bool& Flag) : FFlag(Flag), FOld(Flag) { FFlag = true; }
-    ~TFlagGuard() { FFlag = FOld; }
-    TFlagGuard(const TFlagGuard&) = delete;
-    TFlagGuard& operator=(const TFlagGuard&) = delete;
-
-private:
-    bool& FFlag;
-    bool FOld;
-};
-
 QAction* MakeAction(QObject* Parent, const char* Name, const QString& Caption) {
     auto* action = new QAction(Caption, Parent);
     action->setObjectName(QLatin1String(Name));
     return action;
 }
 
-const TDesignTrigger* FindTrigger(const std::vector<TDesignTrigger>& Triggers, qint64 RowID) {
-    for (const TDesignTrigger& t : Triggers)
-        if (t.RowID == RowID) return &t;
-    return nullptr;
-}
 
 }  // namespace
 
@@ -271,11 +255,9 @@ void TViewDesignPage::UpdateViewTriggerSQL() {
         return;
     }
     const int row = grdViewTriggers->currentRow();
-    const qint64 id = row >= 0 && grdViewTriggers->item(row, 0)
-                          ? grdViewTriggers->item(row, 0)->data(Qt::UserRole).toLongLong()
-                          : 0;
+    const qint64 id = row >= 0 ? RowIDAt(grdViewTriggers, row) : 0;
     const std::vector<TDesignTrigger> triggers = FDM.ViewTriggers();
-    const TDesignTrigger* trigger = FindTrigger(triggers, id);
+    const TDesignTrigger* trigger = FindRow(triggers, id);
     QString text;
     if (trigger) {
         text = trigger->SQL;
@@ -308,13 +290,10 @@ void TViewDesignPage::AddViewTrigger() {
 }
 
 void TViewDesignPage::ModifyViewTrigger() {
-    const int row = grdViewTriggers->currentRow();
-    if (row < 0) return;
-    const qint64 id = grdViewTriggers->item(row, 0)->data(Qt::UserRole).toLongLong();
-    const std::vector<TDesignTrigger> triggers = FDM.ViewTriggers();
-    const TDesignTrigger* found = FindTrigger(triggers, id);
-    if (!found) return;
-    TDesignTrigger trigger = *found;
+    const std::optional<TDesignTrigger> current = CurrentDesignRow(grdViewTriggers, FDM.ViewTriggers());
+    if (!current) return;
+    const qint64 id = current->RowID;
+    TDesignTrigger trigger = *current;
     if (!TfrmTriggerEditor::Execute(this, trigger)) return;
     Edit([&] { FDM.ModifyViewTrigger(id, trigger); });
     TTableDesignPage::SelectRowID(grdViewTriggers, id);
@@ -332,10 +311,7 @@ void TViewDesignPage::DeleteViewTriggers() {
 void TViewDesignPage::CopyViewTriggers() {
     const QList<qint64> ids = TTableDesignPage::SelectedRowIDs(grdViewTriggers);
     if (ids.isEmpty()) return;
-    std::vector<TDesignTrigger> rows;
-    const std::vector<TDesignTrigger> triggers = FDM.ViewTriggers();
-    for (const qint64 id : ids)
-        if (const TDesignTrigger* t = FindTrigger(triggers, id)) rows.push_back(*t);
+    const std::vector<TDesignTrigger> rows = RowsOf(FDM.ViewTriggers(), ids);
     auto data = std::make_unique<QMimeData>();
     SetFormatBytes(*data, CF_SE_TRIGGER, ComponentToBytes(ClipFromTriggers(rows)));
     data->setText(DesignGridText(grdViewTriggers, ids));

@@ -2,6 +2,7 @@
 // real file opened, a table selected, rows of its design edited through
 // the commands and their dialogs, and the apply, its failure and cancel
 // seen in the file, the tree and the page.
+#include "ShellTestSupport.h"
 #include "QtPrinters.h"
 #include "TempDir.h"
 
@@ -36,32 +37,10 @@
 #include <QTimer>
 
 using namespace brindle;
+using brindle::test::Settle;
+using brindle::test::TDialogDriver;
 
 namespace {
-
-void Settle() {
-    for (int i = 0; i < 5; ++i) QCoreApplication::processEvents();
-}
-
-// Answers the modal dialogs that come up, one function per dialog in turn.
-class TDialogDriver {
-public:
-    explicit TDialogDriver(QList<std::function<void(QWidget*)>> Answers) : FAnswers(std::move(Answers)) {
-        QObject::connect(&FTimer, &QTimer::timeout, [this] {
-            QWidget* modal = QApplication::activeModalWidget();
-            if (!modal || modal == FLast || FAnswers.isEmpty()) return;
-            FLast = modal;
-            QTimer::singleShot(0, modal, [modal, answer = FAnswers.takeFirst()] { answer(modal); });
-        });
-        FTimer.start(10);
-    }
-    bool Done() const { return FAnswers.isEmpty(); }
-
-private:
-    QList<std::function<void(QWidget*)>> FAnswers;
-    QTimer FTimer;
-    QWidget* FLast = nullptr;
-};
 
 template <typename T>
 T* As(QWidget* Dialog) {

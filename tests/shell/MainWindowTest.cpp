@@ -1,6 +1,7 @@
 // The main window on the offscreen platform: the flows a person runs with
 // the mouse, from opening and creating databases to closing the program
 // with a transaction open, and what comes back at the next start.
+#include "ShellTestSupport.h"
 #include "QtPrinters.h"
 #include "TempDir.h"
 
@@ -42,35 +43,10 @@
 #include <QTimer>
 
 using namespace brindle;
+using brindle::test::Settle;
+using brindle::test::TDialogDriver;
 
 namespace {
-
-// Runs what the window posted for later: refreshes, updates of commands.
-void Settle() {
-    for (int i = 0; i < 5; ++i) QCoreApplication::processEvents();
-}
-
-// Answers the modal dialogs that come up, one function per dialog in turn.
-class TDialogDriver {
-public:
-    explicit TDialogDriver(QList<std::function<void(QWidget*)>> Answers) : FAnswers(std::move(Answers)) {
-        QObject::connect(&FTimer, &QTimer::timeout, [this] {
-            QWidget* modal = QApplication::activeModalWidget();
-            if (!modal || modal == FLast || FAnswers.isEmpty()) return;
-            FLast = modal;
-            // Answered from a timer of its own: an answer may bring up the
-            // next dialog, and this timer must be free to see it.
-            QTimer::singleShot(0, modal, [modal, answer = FAnswers.takeFirst()] { answer(modal); });
-        });
-        FTimer.start(10);
-    }
-    bool Done() const { return FAnswers.isEmpty(); }
-
-private:
-    QList<std::function<void(QWidget*)>> FAnswers;
-    QTimer FTimer;
-    QWidget* FLast = nullptr;
-};
 
 void ChooseFile(QWidget* Dialog, const QString& File) {
     auto* files = qobject_cast<QFileDialog*>(Dialog);

@@ -2,6 +2,7 @@
 // a stop from the stop button while every other input is held off, tabs and
 // history across a restart, files in their encodings, completion and
 // replace in the editor.
+#include "ShellTestSupport.h"
 #include "QtPrinters.h"
 #include "TempDir.h"
 
@@ -34,12 +35,9 @@
 #include <QTimer>
 
 using namespace brindle;
+using brindle::test::Settle;
 
 namespace {
-
-void Settle() {
-    for (int i = 0; i < 5; ++i) QCoreApplication::processEvents();
-}
 
 // A press and release as the window system would deliver them, through the
 // application's event filters.
