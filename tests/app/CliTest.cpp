@@ -1,5 +1,6 @@
 // brindle-cli run as a real process, as scripts use it.
 #include "CatalogueReport.h"
+#include "ChildSignal.h"
 #include "QtPrinters.h"
 #include "TempDir.h"
 
@@ -316,7 +317,7 @@ TEST(Cli, QueryStopsOnInterruptAndLeavesNoTransaction) {
                             "with recursive c(x) as (select 1 union all select x + 1 from c) select count(*) from c")});
     ASSERT_TRUE(p.waitForStarted());
     QThread::msleep(1500);
-    ::kill(static_cast<pid_t>(p.processId()), SIGINT);
+    ASSERT_TRUE(brindle::test::SignalChild(p, SIGINT));
     ASSERT_TRUE(p.waitForFinished(20000));
     EXPECT_EQ(p.exitStatus(), QProcess::NormalExit);
     EXPECT_EQ(p.exitCode(), 1);
@@ -379,7 +380,7 @@ TEST(Cli, ExecStopsOnInterruptBeforeTheNextStatement) {
     ASSERT_TRUE(p.waitForBytesWritten(10000));
     p.closeWriteChannel();
     QThread::msleep(1500);
-    ::kill(static_cast<pid_t>(p.processId()), SIGINT);
+    ASSERT_TRUE(brindle::test::SignalChild(p, SIGINT));
     ASSERT_TRUE(p.waitForFinished(20000));
     EXPECT_EQ(p.exitCode(), 1);
     const QString err = QString::fromUtf8(p.readAllStandardError());
@@ -522,7 +523,7 @@ TEST(Cli, AlterKilledAtRandomMomentsLeavesTheTableWhole) {
         ASSERT_TRUE(p.waitForStarted());
         const int at = QRandomGenerator::global()->bounded(static_cast<int>(length) + 1);
         p.waitForFinished(at);
-        ::kill(static_cast<pid_t>(p.processId()), SIGKILL);
+        brindle::test::SignalChild(p, SIGKILL);
         p.waitForFinished(10000);
         SCOPED_TRACE("killed after " + std::to_string(at) + " ms of " + std::to_string(length));
         newForms += check(file) ? 1 : 0;

@@ -1,6 +1,7 @@
 // The brindle program run as a real process on the offscreen platform, with
 // its settings in a folder of the test's own: what a restart brings back,
 // and a second start that hands its file to the first.
+#include "ChildSignal.h"
 #include "TempDir.h"
 
 #include <gtest/gtest.h>
@@ -69,7 +70,7 @@ protected:
     // Ends the program as a session end does: it closes its window, which
     // saves the settings.
     void Terminate(QProcess& P) {
-        ::kill(static_cast<pid_t>(P.processId()), SIGTERM);
+        ASSERT_TRUE(brindle::test::SignalChild(P, SIGTERM));
         ASSERT_TRUE(P.waitForFinished(30000));
         EXPECT_EQ(P.exitStatus(), QProcess::NormalExit);
         EXPECT_EQ(P.exitCode(), 0);
