@@ -1,6 +1,8 @@
 #include "FrameSQL.h"
 
+#include "widgets/BrindleDBGrid.h"
 #include "widgets/DataSetModel.h"
+#include "workbench/DataTools.h"
 #include "widgets/SQLEditor.h"
 
 #include <QHBoxLayout>
@@ -8,6 +10,7 @@
 #include <QLabel>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QSignalBlocker>
 #include <QSplitter>
 #include <QStackedWidget>
 #include <QTableView>
@@ -45,13 +48,10 @@ TfrmSQL::TfrmSQL(QWidget* Parent) : QWidget(Parent) {
 
     nbkSQLResults = new QStackedWidget(results);
     nbkSQLResults->setObjectName(QStringLiteral("nbkSQLResults"));
-    dbgSQL = new QTableView(nbkSQLResults);
+    dbgSQL = new TBrindleDBGrid(nbkSQLResults);
     dbgSQL->setObjectName(QStringLiteral("dbgSQL"));
-    dbgSQL->setEditTriggers(QAbstractItemView::DoubleClicked | QAbstractItemView::EditKeyPressed |
-                            QAbstractItemView::AnyKeyPressed);
-    dbgSQL->verticalHeader()->setDefaultSectionSize(dbgSQL->fontMetrics().height() + 6);
     dsSQL = new TDataSetModel(this);
-    dbgSQL->setModel(dsSQL);
+    dbgSQL->SetModel(dsSQL);
     tabGrid = dbgSQL;
     mmoSQLResults = new QPlainTextEdit(nbkSQLResults);
     mmoSQLResults->setObjectName(QStringLiteral("mmoSQLResults"));
@@ -67,6 +67,8 @@ TfrmSQL::TfrmSQL(QWidget* Parent) : QWidget(Parent) {
 }
 
 TfrmSQL::~TfrmSQL() {
+    // The window around may be half gone: the grid tells nobody.
+    const QSignalBlocker quiet(dbgSQL);
     dsSQL->SetDataSet(nullptr);
     qrySQL.Close();
 }
@@ -85,7 +87,7 @@ void TfrmSQL::SetResultsAsText(bool Value, int LimitMB) {
 }
 
 void TfrmSQL::RenderText() {
-    mmoSQLResults->setPlainText(qrySQL.Active() ? DataSetToText(qrySQL, qint64(FTextSizeLimit) << 20) : QString());
+    mmoSQLResults->setPlainText(qrySQL.Active() ? DataSetToStrings(qrySQL, qint64(FTextSizeLimit) << 20) : QString());
 }
 
 void TfrmSQL::ShowResult(const TSQLRunOutcome& Outcome) {

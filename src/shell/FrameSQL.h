@@ -18,6 +18,7 @@ class QTableView;
 
 namespace brindle {
 
+class TBrindleDBGrid;
 class TDataSetModel;
 class TSQLEditor;
 
@@ -43,7 +44,7 @@ public:
     QPushButton* btnExecuteSQL = nullptr;
     QPushButton* btnStopQuery = nullptr;
     QLabel* lblEditable = nullptr;
-    QTableView* dbgSQL = nullptr;
+    TBrindleDBGrid* dbgSQL = nullptr;
     QPlainTextEdit* mmoSQLResults = nullptr;
     TDataSetModel* dsSQL = nullptr;
     TDLQuery qrySQL;

@@ -27,6 +27,7 @@
 #include "schema/DLSQLiteMetadata.h"
 #include "schema/DMBrindle.h"
 #include "widgets/DBTree.h"
+#include "widgets/BrindleDBGrid.h"
 #include "widgets/DataSetModel.h"
 #include "workbench/Caches.h"
 
@@ -247,20 +248,22 @@ void TfrmSCMain::CreateWidgets() {
     host.SelectEncoding = [this](const QString& Caption, QString& Encoding) { return SelectEncoding(Caption, Encoding); };
     host.RefreshDatabase = [this] { RefreshCurrentDatabase(); };
     host.RefreshData = [this] {
-        if (FSettings.AutoRefreshData && FDataTable) ShowData();
+        if (FSettings.AutoRefreshData && FDataTable) RefreshData();
     };
     host.UpdateControls = [this] { UpdateControls(); };
     host.AsyncUpdateControls = [this] { AsyncUpdateControls(); };
+    host.FrameCreated = [this](TfrmSQL& Frame) {
+        if (!pmDataPopup) return;  // the first tab: attached with the commands
+        AttachGrid(*Frame.dbgSQL);
+        connect(Frame.dbgSQL, &TBrindleDBGrid::CurrentChanged, this, [this] { ShowRecordCount(); });
+    };
     FSQLPage = new TSQLPage(std::move(host), pcMain);
     tabSQL = FSQLPage;
-    grdData = new QTableView(pcMain);
-    grdData->setObjectName(QStringLiteral("grdData"));
-    grdData->setEditTriggers(QAbstractItemView::DoubleClicked | QAbstractItemView::EditKeyPressed |
-                             QAbstractItemView::AnyKeyPressed);
-    grdData->verticalHeader()->setDefaultSectionSize(grdData->fontMetrics().height() + 6);
+    dbgData = new TBrindleDBGrid(pcMain);
+    dbgData->setObjectName(QStringLiteral("dbgData"));
     FDataModel = new TDataSetModel(this);
-    grdData->setModel(FDataModel);
-    tabData = grdData;
+    dbgData->SetModel(FDataModel);
+    tabData = dbgData;
     CreateDesignPages();
     tabDesign = nbkDesign;
     mmoDDL = new QPlainTextEdit(pcMain);
@@ -320,20 +323,8 @@ void TfrmSCMain::CreateWidgets() {
     // A refused edit stays in its row until it is mended or dropped (Esc).
     connect(FDataModel, &TDataSetModel::PostFailed, this,
             [this](const QString& Message) { ShowError(Message); });
-    auto* cancel = new QShortcut(QKeySequence(Qt::Key_Escape), grdData, nullptr, nullptr, Qt::WidgetShortcut);
+    auto* cancel = new QShortcut(QKeySequence(Qt::Key_Escape), dbgData->View(), nullptr, nullptr, Qt::WidgetShortcut);
     connect(cancel, &QShortcut::activated, FDataModel, &TDataSetModel::CancelEdit);
-    // Ctrl+End goes to the true last row, reading the result to its end.
-    auto* toEnd =
-        new QShortcut(QKeySequence(Qt::CTRL | Qt::Key_End), grdData, nullptr, nullptr, Qt::WidgetShortcut);
-    connect(toEnd, &QShortcut::activated, this, [this] {
-        FDataModel->FetchAll();
-        if (const int rows = FDataModel->rowCount(); rows > 0) {
-            const QModelIndex last =
-                FDataModel->index(rows - 1, std::max(0, grdData->currentIndex().column()));
-            grdData->setCurrentIndex(last);
-            grdData->scrollTo(last);
-        }
-    });
 }
 
 void TfrmSCMain::CreateActions() {
@@ -398,10 +389,7 @@ void TfrmSCMain::CreateActions() {
         Guard([this] { RefreshCurrentDatabase(); });
         AsyncUpdateControls();
     });
-    connect(acRefreshData, &QAction::triggered, this, [this] {
-        CloseData();
-        ShowData();
-    });
+    connect(acRefreshData, &QAction::triggered, this, [this] { RefreshData(); });
     connect(acAttachDatabase, &QAction::triggered, this,
             [this] { Guard([this] { acAttachDatabaseExecute(); }); });
     connect(acBeginTransaction, &QAction::triggered, this, [this] {
@@ -535,6 +523,7 @@ void TfrmSCMain::CreateActions() {
                        acAttachDatabase, acDetachDatabase, FTableDesignPage->acNewTable, FViewDesignPage->acNewView,
                        FVirtualTableDesignPage->acNewVirtualTable, acRenameTable})
         tvDatabases->addAction(a);
+    CreateDataCommands();
 }
 
 void TfrmSCMain::CreateTimers() {
@@ -747,15 +736,21 @@ void TfrmSCMain::ApplySettings() {
     FSQLPage->SetResultsAsText(s.ResultsAsText, s.TextSizeLimit);
     if (!s.DefaultFont.Name.isEmpty()) setFont(ToFont(s.DefaultFont));
 
-    grdData->setAlternatingRowColors(s.AlternateBackColor);
-    QPalette palette = grdData->palette();
-    palette.setColor(QPalette::Base, StoredColor(s.OddColor));
-    palette.setColor(QPalette::AlternateBase, StoredColor(s.EvenColor));
-    grdData->setPalette(palette);
-    grdData->verticalHeader()->setVisible(s.ShowRecordNumbers);
-    grdData->setSelectionBehavior(s.CellSelect ? QAbstractItemView::SelectItems
-                                               : QAbstractItemView::SelectRows);
-    grdData->verticalScrollBar()->setTracking(s.ThumbTracking);
+    for (TBrindleDBGrid* grid : findChildren<TBrindleDBGrid*>()) {
+        QTableView* view = grid->View();
+        view->setAlternatingRowColors(s.AlternateBackColor);
+        QPalette palette = view->palette();
+        palette.setColor(QPalette::Base, StoredColor(s.OddColor));
+        palette.setColor(QPalette::AlternateBase, StoredColor(s.EvenColor));
+        view->setPalette(palette);
+        view->verticalHeader()->setVisible(s.ShowRecordNumbers);
+        grid->SetCellSelect(s.CellSelect);
+        grid->VerticalBar()->setTracking(s.ThumbTracking);
+        grid->FShowCellHints = s.ShowCellHints;
+        grid->FShowImages = s.ShowImages;
+        grid->SetCellAutoHeight(s.CellAutoHeight);
+        grid->SetFilterRowVisible(s.FilterRowsVisible);
+    }
     if (QToolBar* bar = findChild<QToolBar*>(QStringLiteral("tbMain"))) {
         bar->setVisible(s.ToolbarVisible && s.Bars.value(QStringLiteral("tbMain")).Visible);
         bar->setIconSize(s.UseLargeIcons ? QSize(32, 32) : QSize(16, 16));
@@ -1008,7 +1003,7 @@ void TfrmSCMain::RefreshDesign() {
 void TfrmSCMain::CloseData() {
     if (FDataModel) FDataModel->SetDataSet(nullptr);
     FDataTable.reset();
-    if (spRecordCount) spRecordCount->clear();
+    ShowRecordCount();
 }
 
 void TfrmSCMain::ShowData() {
@@ -1026,8 +1021,10 @@ void TfrmSCMain::ShowData() {
         opened = true;
     });
     if (!opened) return;
+    ApplyColumnChoice(*table);
     FDataTable = std::move(table);
     FDataModel->SetDataSet(FDataTable.get());
+    ShowRecordCount();
 }
 
 // ---------------------------------------------------------------------------
@@ -1071,6 +1068,7 @@ void TfrmSCMain::InternalUpdateControls() {
     acReleaseSavepoint->setEnabled(savepoints && idle);
     acRollbackToSavepoint->setEnabled(savepoints && idle);
     acRefreshData->setEnabled((item == itTable || item == itView || item == itVirtualTable) && idle);
+    UpdateDataCommands(idle);
     acRenameTable->setEnabled((item == itTable || item == itVirtualTable) && idle);
     acRenameTable->setText(item == itTable || item == itVirtualTable
                                ? QStringLiteral("&Rename Table ") + ExtractObjectName(GlobalData->CurrentItemName())

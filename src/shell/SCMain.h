@@ -38,6 +38,8 @@ class TDLDBTree;
 class TDLSQLiteDatabase;
 class TDLTable;
 class TDataSetModel;
+class TBrindleDBGrid;
+class TDLSQLDataSet;
 class TSQLPage;
 class TTableDesignPage;
 class TViewDesignPage;
@@ -98,7 +100,7 @@ public:
     bool EditingTable() const;
     bool EditingView() const;
     bool EditingVirtualTable() const;
-    QTableView* DataView() const { return grdData; }
+    TBrindleDBGrid* DataView() const { return dbgData; }
     TDataSetModel* DataModel() const { return FDataModel; }
     QString HeaderText() const;
     TDLSQLiteDatabase* CurrentDatabase() override;
@@ -110,6 +112,10 @@ public:
     std::function<int(const QString& Text)> FOnAskTransaction;
     std::function<bool(const QString& Caption, QString& Encoding)> FOnSelectEncoding;
     std::function<bool(const QString& Question)> FOnConfirm;
+    // A line of text asked for ("Set cells to the same value"); false cancels.
+    std::function<bool(const QString& Caption, const QString& Prompt, QString& Value)> FOnInputQuery;
+    // The columns to show, as the check list gives them back; false cancels.
+    std::function<bool(const QStringList& Names, QStringList& Checked)> FOnSelectColumns;
     // The field mapping of a virtual table rebuild; false cancels.
     std::function<bool(const QStringList& SourceFields, const QStringList& DestFields, QStringList& MappedSource,
                        QStringList& MappedDest)>
@@ -120,6 +126,23 @@ public:
         *acCloseAllDatabases, *acEditDatabaseRegistration, *acRefreshDatabase, *acAttachDatabase,
         *acDetachDatabase, *acBeginTransaction, *acCommit, *acRollback, *acSavepoint, *acReleaseSavepoint,
         *acRollbackToSavepoint, *acOptions, *acFileExit, *acRefreshData, *acRenameTable;
+    // Commands of the grids.
+    QAction *acSelectColumns, *acCellSelect, *acSetCellsToValue, *acSetCellsToNull, *acShowCellHints,
+        *acCellAutoHeight, *acShowFilterRows, *acDeleteRecords, *acEditRecord, *acTextEditor, *acImageEditor,
+        *acHexEditor;
+    QMenu* pmDataPopup = nullptr;
+
+    // The Data tab again: a soft refresh of the same object keeps place,
+    // columns and widths; another object is opened afresh.
+    void RefreshData();
+    void ShowRecordCount();
+    // The grid of the active page; the grid that has the focus.
+    TBrindleDBGrid* GetCurrentGrid() const;
+    TBrindleDBGrid* GetSelectedGrid() const;
+    // The selected cells of the selected grid, all or none (NULL: invalid).
+    void SetSelectedCellsToValue(const QVariant& Value);
+    void DeleteDataRecords(TBrindleDBGrid& Grid);
+    void SelectColumns();
     QMenu* miRecentDatabases;
 
     static QString ApplicationTitle();
@@ -233,7 +256,13 @@ private:
     QLabel* lblShadowTable = nullptr;
     QPlainTextEdit* mmoDDL = nullptr;
     QPlainTextEdit* mmoLog = nullptr;
-    QTableView* grdData = nullptr;
+    void CreateDataCommands();
+    void UpdateDataCommands(bool Idle);
+    void AttachGrid(TBrindleDBGrid& Grid);
+    // The open object's fields as the user chose them for it.
+    void ApplyColumnChoice(TDLSQLDataSet& DataSet);
+    TBrindleDBGrid* dbgData = nullptr;
+    QString FLastSetCellValue;
     TDataSetModel* FDataModel = nullptr;
     QLabel* lblHeader = nullptr;
     QLabel* lblLibrary = nullptr;

@@ -172,6 +172,7 @@ TfrmSQL* TSQLPage::NewSQLTab() {
         if (FHost.ShowError) FHost.ShowError(Message);
     });
     f->SetResultsAsText(FResultsAsText, FTextSizeLimit);
+    if (FHost.FrameCreated) FHost.FrameCreated(*f);
     pcSQL->addTab(f, QString());
     pcSQL->setCurrentWidget(f);
     pcSQL->tabBar()->setVisible(pcSQL->count() > 1);

@@ -48,6 +48,8 @@ public:
         std::function<void()> RefreshData;
         std::function<void()> UpdateControls;
         std::function<void()> AsyncUpdateControls;
+        // A new tab's grid, for the window's grid commands.
+        std::function<void(TfrmSQL& Frame)> FrameCreated;
     };
 
     TSQLPage(THost Host, QWidget* Parent = nullptr);

@@ -29,25 +29,46 @@ void TDataSetModel::SetDataSet(TDLSQLDataSet* DataSet) {
     if (FDataSet) FDataSet->RemoveListener(this);
     FDataSet = DataSet;
     if (FDataSet) FDataSet->AddListener(this);
-    Reload();
+    Reload(true);
 }
 
-void TDataSetModel::Reload() {
-    beginResetModel();
+void TDataSetModel::Reload(bool Hard) {
     // The rows already read; more come by fetchMore.
-    FRows = FDataSet && FDataSet->Active() ? (FDataSet->EofReached() ? FDataSet->GetRecordCount()
-                                                                      : FDataSet->GetLastRecNo())
-                                           : 0;
-    FColumns.clear();
+    const int rows = FDataSet && FDataSet->Active() ? (FDataSet->EofReached() ? FDataSet->GetRecordCount()
+                                                                               : FDataSet->GetLastRecNo())
+                                                    : 0;
+    std::vector<int> columns;
     if (FDataSet && FDataSet->Active())
         for (int i = 0; i < FDataSet->Fields().Count(); ++i)
-            if (FDataSet->Fields()[i].FVisible) FColumns.push_back(i);
-    endResetModel();
+            if (FDataSet->Fields()[i].FVisible) columns.push_back(i);
+    QStringList names;
+    for (int i : columns) names << FDataSet->Fields()[i].FieldName();
+    if (Hard || columns != FColumns || names != FColumnNames) {
+        beginResetModel();
+        FRows = rows;
+        FColumns = std::move(columns);
+        FColumnNames = std::move(names);
+        endResetModel();
+        return;
+    }
+    // The same columns: the cursor moved, rows were read, refreshed or
+    // filtered. Views keep their columns, widths and place.
+    if (rows > FRows) {
+        beginInsertRows(QModelIndex(), FRows, rows - 1);
+        FRows = rows;
+        endInsertRows();
+    } else if (rows < FRows) {
+        beginRemoveRows(QModelIndex(), rows, FRows - 1);
+        FRows = rows;
+        endRemoveRows();
+    }
+    if (FRows > 0 && !FColumns.empty())
+        emit dataChanged(index(0, 0), index(FRows - 1, static_cast<int>(FColumns.size()) - 1));
 }
 
 void TDataSetModel::DataEvent(TDataSet&, TDataEvent Event) {
-    // Scrolling the cursor changes nothing a view shows by index.
-    if (Event == deDataSetChange || Event == deLayoutChange) Reload();
+    if (Event == deDataSetChange) Reload(false);
+    else if (Event == deLayoutChange) Reload(true);
 }
 
 bool TDataSetModel::CountIsExact() const {
@@ -72,12 +93,12 @@ void TDataSetModel::fetchMore(const QModelIndex& Parent) {
     try {
         FDataSet->RecordAt(FRows);
     } catch (const ECustomException&) {
-        Reload();  // the dataset closed itself; show what is left
+        Reload(true);  // the dataset closed itself; show what is left
         return;
     }
     const int rows = FDataSet->EofReached() ? FDataSet->GetRecordCount() : FDataSet->GetLastRecNo();
     if (rows <= FRows) {
-        Reload();
+        Reload(false);
         return;
     }
     beginInsertRows(QModelIndex(), FRows, rows - 1);
@@ -90,7 +111,7 @@ void TDataSetModel::FetchAll() {
     try {
         FDataSet->Last();  // announces the change, which reloads the model
     } catch (const ECustomException&) {
-        Reload();
+        Reload(true);
     }
 }
 
@@ -114,10 +135,11 @@ QString TDataSetModel::EditText(const QVariant& Value, TFieldType DataType) {
 }
 
 QString TDataSetModel::DisplayText(const QVariant& Value, TFieldType DataType) {
-    if (!Value.isValid()) return QStringLiteral("NULL");
-    if (DataType == ftBlob || DataType == ftGraphic)
-        return QStringLiteral("(BLOB, %1 bytes)").arg(Value.toByteArray().size());
+    if (!Value.isValid()) return QStringLiteral("(null)");
+    if (DataType == ftBlob || DataType == ftGraphic) return QStringLiteral("(BLOB)");
     QString text = EditText(Value, DataType);
+    // A memo shows without the blanks around it; its editor has them all.
+    if (DataType == ftMemo || DataType == ftWideMemo) text = text.trimmed();
     if (text.size() > kMaxCellText) text = text.left(kMaxCellText) + QStringLiteral("...");
     return text;
 }
@@ -187,6 +209,9 @@ bool TDataSetModel::setData(const QModelIndex& Index, const QVariant& Value, int
     if (Role != Qt::EditRole || !(flags(Index) & Qt::ItemIsEditable)) return false;
     const TField& field = *FieldAt(Index.column());
     try {
+        // A text put back unchanged is no edit: a value the display cannot
+        // render exactly (bytes that are not UTF-8) stays as stored.
+        if (!IsEditedRow(Index.row()) && Value.toString() == data(Index, Qt::EditRole).toString()) return true;
         const QVariant value = ValueFromText(Value.toString(), field.DataType());
         if (!IsEditedRow(Index.row())) {
             // Another row's pending edit goes first; the cursor then moves.
@@ -216,7 +241,7 @@ QVariant TDataSetModel::data(const QModelIndex& Index, int Role) const {
     if (!Index.isValid() || !FDataSet || !FDataSet->Active()) return QVariant();
     if (Index.column() >= static_cast<int>(FColumns.size())) return QVariant();
     if (Role != Qt::DisplayRole && Role != Qt::EditRole && Role != Qt::ForegroundRole &&
-        Role != Qt::TextAlignmentRole)
+        Role != Qt::TextAlignmentRole && Role != Qt::ToolTipRole && Role != ValueRole)
         return QVariant();
     const TField& field = FDataSet->Fields()[FColumns[static_cast<size_t>(Index.column())]];
     if (Role == Qt::TextAlignmentRole) {
@@ -234,7 +259,17 @@ QVariant TDataSetModel::data(const QModelIndex& Index, int Role) const {
     } catch (const ECustomException&) {
         return QVariant();
     }
+    if (Role == ValueRole) return value;
+    // A BLOB the dataset left out of its rows is not known to be null.
+    if (!value.isValid() && Role == Qt::DisplayRole && IsBinaryType(field.DataType()) && !FDataSet->FCacheBlobs)
+        return QStringLiteral("(BLOB)");
     if (Role == Qt::EditRole) return EditText(value, field.DataType());
+    if (Role == Qt::ToolTipRole) {
+        if (!value.isValid()) return QStringLiteral("(null)");
+        if (IsBinaryType(field.DataType()))
+            return QStringLiteral("(BLOB, %1 bytes)").arg(value.toByteArray().size());
+        return EditText(value, field.DataType());
+    }
     if (Role == Qt::ForegroundRole)
         return value.isValid() ? QVariant() : QVariant(QPalette().brush(QPalette::Disabled, QPalette::Text));
     return DisplayText(value, field.DataType());

@@ -7,6 +7,7 @@
 #include "data/DataSet.h"
 
 #include <QAbstractTableModel>
+#include <QStringList>
 #include <vector>
 
 namespace brindle {
@@ -47,7 +48,12 @@ public:
     bool canFetchMore(const QModelIndex& Parent) const override;
     void fetchMore(const QModelIndex& Parent) override;
 
-    // Text a cell shows for a value; "NULL" stands for no value.
+    // The field behind a visible column; null outside them.
+    const TField* FieldAt(int Column) const;
+    // The stored value of a cell (a BLOB's bytes), by this role.
+    static constexpr int ValueRole = Qt::UserRole + 1;
+
+    // Text a cell shows for a value; "(null)" stands for no value.
     static QString DisplayText(const QVariant& Value, TFieldType DataType);
     // The whole value as text to edit; empty for no value.
     static QString EditText(const QVariant& Value, TFieldType DataType);
@@ -61,13 +67,15 @@ signals:
 
 private:
     void DataEvent(TDataSet& DataSet, TDataEvent Event) override;
-    const TField* FieldAt(int Column) const;
     bool IsEditedRow(int Row) const;
-    void Reload();
+    // Hard: the columns or the dataset changed, the views start afresh.
+    // Otherwise rows are added or dropped at the end and all repainted.
+    void Reload(bool Hard);
 
     TDLSQLDataSet* FDataSet = nullptr;  // not owned
     int FRows = 0;
     std::vector<int> FColumns;  // the visible fields' indexes, in order
+    QStringList FColumnNames;
 };
 
 }  // namespace brindle

@@ -120,68 +120,6 @@ QString NiceFormatKeyFields(const QString& KeyFieldNames) {
 }
 
 // ---------------------------------------------------------------------------
-// Results as text
-
-namespace {
-
-QString CellText(const QVariant& v) {
-    if (!v.isValid() || v.isNull()) return QStringLiteral("(null)");
-    if (v.typeId() == QMetaType::QByteArray) return QStringLiteral("(BLOB)");
-    if (v.typeId() == QMetaType::Double) return QString::number(v.toDouble(), 'g', 17);
-    QString s = v.toString();
-    s.replace(u'\r', u' ');
-    s.replace(u'\n', u' ');
-    s.replace(u'\t', u' ');
-    return s;
-}
-
-}  // namespace
-
-QString DataSetToText(TDLSQLDataSet& DataSet, qint64 LimitBytes) {
-    if (!DataSet.Active()) return QString();
-    std::vector<int> columns;
-    for (int i = 0; i < DataSet.Fields().Count(); ++i)
-        if (DataSet.Fields()[i].FVisible) columns.push_back(i);
-    std::vector<qsizetype> widths;
-    for (int c : columns) widths.push_back(DataSet.Fields()[c].DisplayName().size());
-    // Widths from the rows that fit in the limit; a wider cell later is
-    // written whole and shifts its line, which text readers forgive.
-    qint64 bytes = 0;
-    int rows = 0;
-    for (DataSet.First(); !DataSet.Eof() && bytes < LimitBytes; DataSet.Next(), ++rows) {
-        for (size_t k = 0; k < columns.size(); ++k) {
-            const qsizetype w = CellText(DataSet.GetFieldValue(DataSet.Fields()[columns[k]])).size();
-            widths[k] = std::max(widths[k], std::min<qsizetype>(w, 200));
-            bytes += w + 1;
-        }
-    }
-    QString text;
-    const auto line = [&](const QStringList& cells) {
-        QString l;
-        for (qsizetype k = 0; k < cells.size(); ++k) {
-            if (k) l += QStringLiteral("  ");
-            l += k + 1 < cells.size() ? cells[k].leftJustified(widths[static_cast<size_t>(k)]) : cells[k];
-        }
-        text += l + u'\n';
-    };
-    QStringList cells;
-    for (int c : columns) cells << DataSet.Fields()[c].DisplayName();
-    line(cells);
-    cells.clear();
-    for (size_t k = 0; k < columns.size(); ++k) cells << QString(widths[k], u'-');
-    line(cells);
-    int written = 0;
-    for (DataSet.First(); !DataSet.Eof() && written < rows; DataSet.Next(), ++written) {
-        cells.clear();
-        for (int c : columns) cells << CellText(DataSet.GetFieldValue(DataSet.Fields()[c]));
-        line(cells);
-    }
-    if (!DataSet.Eof()) text += QStringLiteral("(the rows beyond %1 are not shown)\n").arg(written);
-    DataSet.First();
-    return text;
-}
-
-// ---------------------------------------------------------------------------
 // THiresTimer
 
 void THiresTimer::Start() {

@@ -45,11 +45,6 @@ QString NiceFormatTime(qint64 Milliseconds);
 // The key fields for a label, cut to 100 characters and "...".
 QString NiceFormatKeyFields(const QString& KeyFieldNames);
 
-// The rows of an open dataset as aligned text: a first pass finds each
-// column's width, a second writes the rows. Text beyond LimitBytes is left
-// out, with a last line that says so. Nulls read "(null)".
-QString DataSetToText(TDLSQLDataSet& DataSet, qint64 LimitBytes);
-
 // Run time without the pauses for prompts.
 class THiresTimer {
 public:

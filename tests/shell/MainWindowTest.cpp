@@ -17,6 +17,7 @@
 #include "shell/SCPaths.h"
 #include "shell/SingleInstance.h"
 #include "widgets/DBTree.h"
+#include "widgets/BrindleDBGrid.h"
 #include "widgets/DataSetModel.h"
 #include "workbench/Caches.h"
 
@@ -391,7 +392,7 @@ TEST_F(MainWindowTest, DataPageShowsTheRowsOfTheSelection) {
     EXPECT_EQ(model->rowCount(), 512);
     EXPECT_FALSE(model->CountIsExact());
     EXPECT_EQ(model->data(model->index(0, 1)).toString(), QStringLiteral("row 1"));
-    EXPECT_EQ(model->data(model->index(0, 2)).toString(), QStringLiteral("NULL"));
+    EXPECT_EQ(model->data(model->index(0, 2)).toString(), QStringLiteral("(null)"));
     while (model->canFetchMore(QModelIndex())) model->fetchMore(QModelIndex());
     EXPECT_EQ(model->rowCount(), 2000);
     EXPECT_EQ(model->data(model->index(1999, 1)).toString(), QStringLiteral("row 2000"));
