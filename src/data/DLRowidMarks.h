@@ -26,6 +26,9 @@ public:
         return Place % Step == 0 && Place / Step == static_cast<qint64>(FRowids.size());
     }
     void Note(qint64 Rowid) { FRowids.push_back(Rowid); }
+    // Every mark at once, as a scan of the whole result found them.
+    void Adopt(std::vector<qint64> Rowids) { FRowids = std::move(Rowids); }
+    qint64 Count() const { return static_cast<qint64>(FRowids.size()); }
     // The nearest mark at or below Place other than the first row's (from
     // the first row a statement simply starts again): its place and rowid.
     bool Nearest(qint64 Place, qint64& MarkPlace, qint64& Rowid) const {

@@ -5,6 +5,8 @@
 // through the table, server-side order and filter.
 #include "DLSQLDataSet.h"
 
+#include "DLRowidScan.h"
+
 #include "DLSQLiteEdit.h"
 #include "DLSQLiteLoad.h"
 #include "engine/Assert.h"
@@ -111,6 +113,44 @@ void TDLSQLDataSet::InternalOpen() {
         StartResult(QString());
         FEofReached = true;
     }
+    StartRowidScan();
+}
+
+QString TDLSQLDataSet::ChangeStamp() {
+    return QString::number(SQLite3Driver->sqlite3_total_changes(FDatabase->Handle())) + u'/' +
+           FDatabase->GetStringValue(QStringLiteral("pragma data_version"));
+}
+
+void TDLSQLDataSet::StartRowidScan() {
+    if (!FBackgroundCount || FRowidScanSQL.isEmpty() || !FOrderClause.isEmpty() || FEofReached || !FDatabase)
+        return;
+    // Another connection cannot see what this one has not committed.
+    if (FDatabase->GetInTransaction()) return;
+    const int generation = ++FScanGeneration;
+    const QString stamp = ChangeStamp();
+    const std::weak_ptr<int> alive = FAlive;
+    auto task = std::make_unique<TRowidScanTask>(FRowidScanSQL, [this, alive, generation, stamp](TThreadTask& Task) {
+        if (alive.expired()) return;
+        const auto& scan = static_cast<TRowidScanTask&>(Task);
+        AdoptRowidScan(scan.FMarks, scan.FCount, generation, stamp);
+    });
+    // Nothing took it (no background connections): the end is found by reading.
+    FDatabase->RunAsyncTask(std::move(task));
+}
+
+void TDLSQLDataSet::AdoptRowidScan(const std::vector<qint64>& Marks, qint64 Count, int Generation,
+                                   const QString& Stamp) {
+    if (Generation != FScanGeneration || Count < 0 || Count > INT_MAX || !Active() || FEofReached) return;
+    if (Count < FLastRecNo || FState != dsBrowse) return;
+    try {
+        if (FDatabase->GetInTransaction() || ChangeStamp() != Stamp) return;
+    } catch (const std::exception&) {
+        return;
+    }
+    if (FOrderClause.isEmpty()) FRowidMarks.Adopt(Marks);
+    FEofReached = true;
+    FLastRecNo = static_cast<int>(Count);
+    DataEvent(deDataSetChange);
 }
 
 void TDLSQLDataSet::StartResult(const QString& SQL) {
@@ -123,6 +163,7 @@ void TDLSQLDataSet::StartResult(const QString& SQL) {
     FLastRecNo = 0;
     FSingleSQLHandle.reset();
     FRowidMarks.Clear();
+    ++FScanGeneration;
     FSeeking = false;
     FStoppedAt = -1;
     TDLDataSet::InternalOpen();
@@ -240,6 +281,7 @@ bool TDLSQLDataSet::MarkedRowid(const TDLRecData* Rec, qint64& Rowid) const {
 }
 
 void TDLSQLDataSet::RowidChanged(const TDLRecData* Before, const TDLRecData* After) {
+    ++FScanGeneration;  // a count on its way no longer holds
     if (FSeekSQL.isEmpty() || FRowidMarks.Empty()) return;
     qint64 before = 0, after = 0;
     const bool hasBefore = MarkedRowid(Before, before), hasAfter = MarkedRowid(After, after);
@@ -257,6 +299,7 @@ int TDLSQLDataSet::GetRecordCount() {
 }
 
 void TDLSQLDataSet::SetOrderClause(const QString& Value) {
+    ++FScanGeneration;
     FOrderClause = Value;
     if (!Active()) return;
     CheckBrowseMode();

@@ -59,6 +59,10 @@ public:
     bool FRefreshAfterInsert = true;
     // An insert lists the fields left null too.
     bool FInsertNulls = false;
+    // Once open, a table read in rowid order is counted, and its places
+    // noted, on a background connection: its end and any place of it are
+    // then reached without reading there.
+    bool FBackgroundCount = false;
 
     bool CanLoadField(const TField& Field) const override;
     void LoadField(const TDLRecData& Rec, const TField& Field) override;
@@ -104,6 +108,8 @@ protected:
     // The order that makes the rows come in rowid order, when the text has
     // none; a sort of the user's replaces it, and then nothing is sought.
     QString FNaturalOrder;
+    // The rowids alone in the same order, for the background count.
+    QString FRowidScanSQL;
 
     // Reads a simple SELECT's columns and tables and rewrites it: every
     // column under a unique alias, a hidden rowid for each table that has
@@ -130,6 +136,17 @@ private:
     // Rows came, went or changed their rowid: marks from there on go.
     void RowidChanged(const TDLRecData* Before, const TDLRecData* After);
     TRowidMarks FRowidMarks;
+    void StartRowidScan();
+    // What tells whether the file changed since: this connection's changes
+    // and other connections' commits.
+    QString ChangeStamp();
+    // Counts and marks of a scan that began at Generation; taken only when
+    // nothing changed the rows in between.
+    void AdoptRowidScan(const std::vector<qint64>& Marks, qint64 Count, int Generation, const QString& Stamp);
+    int FScanGeneration = 0;
+    // Handlers of scans still running hold it weakly: a dataset that is
+    // gone is not called.
+    std::shared_ptr<int> FAlive = std::make_shared<int>(0);
     bool FSeeking = false;  // the open statement began at a mark
     int FStoppedAt = -1;
 

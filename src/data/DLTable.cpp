@@ -118,6 +118,7 @@ QString TDLTable::GetInternalSQL(bool IncludeOrderClause) {
 
     FSeekSQL.clear();
     FNaturalOrder.clear();
+    FRowidScanSQL.clear();
     if (IncludeOrderClause) {
         QStringList order;
         if (!FIndexFieldNames.isEmpty()) {
@@ -141,6 +142,7 @@ QString TDLTable::GetInternalSQL(bool IncludeOrderClause) {
             if (order.isEmpty()) FNaturalOrder = QStringLiteral("order by ") + rowid;
             FSeekSQL = db.GetSelectSQL(FTableName, nullptr) +
                        QStringLiteral(" where %1 >= ?1 order by %1").arg(rowid);
+            FRowidScanSQL = QStringLiteral("select %1 from %2 order by %1").arg(rowid, QuoteObject(FTableName));
         }
         if (!order.isEmpty()) sql += QStringLiteral(" order by ") + order.join(QStringLiteral(", "));
     }

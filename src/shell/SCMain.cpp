@@ -298,6 +298,7 @@ void TfrmSCMain::CreateWidgets() {
     spRecordCount = new QLabel(this);
     spStatus = new QLabel(this);
     spTransaction->setObjectName(QStringLiteral("spTransaction"));
+    spRecordCount->setObjectName(QStringLiteral("spRecordCount"));
     for (QLabel* panel : {spTransaction, spRowsAffected, spRecordCount})
         statusBar()->addPermanentWidget(panel);
     statusBar()->addWidget(spStatus, 1);
@@ -1015,6 +1016,7 @@ void TfrmSCMain::ShowData() {
     table->SetDatabase(db);
     table->SetTableName(GlobalData->CurrentItemName());
     table->FHideRowID = !FSettings.ShowRowID;
+    table->FBackgroundCount = true;
     bool opened = false;
     Guard([&] {
         table->Open();
