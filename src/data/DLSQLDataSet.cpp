@@ -198,8 +198,8 @@ std::unique_ptr<TDLDataSetData> TDLSQLDataSet::CreateDataRecs() {
 void TDLSQLDataSet::PrepareSingleSQL() {
     QString text = FCurrentSQL;
     if (!FOrderClause.isEmpty()) {
-        const QString ordered = FCurrentSQL + u' ' + FOrderClause;
-        if (FDatabase->IsValidSQL(ordered)) text = ordered;
+        const QString ordered = OrderedSQL(FOrderClause);
+        if (!ordered.isEmpty()) text = ordered;
     } else if (!FNaturalOrder.isEmpty()) {
         text += u' ' + FNaturalOrder;
     }
@@ -305,8 +305,7 @@ void TDLSQLDataSet::SetOrderClause(const QString& Value) {
     CheckBrowseMode();
     // An order the statement does not take is left aside, as the next
     // open leaves it: the rows stay as they are.
-    const QString text = Value.isEmpty() ? FCurrentSQL : FCurrentSQL + u' ' + Value;
-    if (!FDatabase->IsValidSQL(text)) return;
+    if (!Value.isEmpty() && OrderedSQL(Value).isEmpty()) return;
     FSingleSQLHandle.reset();
     auto& recs = static_cast<TDLBufferedData&>(*FRecs);
     recs.Clear();
@@ -316,6 +315,16 @@ void TDLSQLDataSet::SetOrderClause(const QString& Value) {
     FStoppedAt = -1;
     LoadRecords(0, recs.Limit());
     First();
+}
+
+QString TDLSQLDataSet::OrderedSQL(const QString& Order) {
+    if (Order.isEmpty()) return FCurrentSQL;
+    const QString direct = FCurrentSQL + u' ' + Order;
+    if (FDatabase->IsValidSQL(direct)) return direct;
+    // A statement with an order of its own (a table in its key's order)
+    // is sorted around: the outer order wins, the columns keep their names.
+    const QString wrapped = QStringLiteral("select * from (") + FCurrentSQL + QStringLiteral("\n) ") + Order;
+    return FDatabase->IsValidSQL(wrapped) ? wrapped : QString();
 }
 
 bool TDLSQLDataSet::Sortable() {

@@ -75,6 +75,8 @@ public:
     const QString& OrderClause() const { return FOrderClause; }
     // Reads the rows again in this order when the statement takes it.
     void SetOrderClause(const QString& Value);
+    // The statement in that order; empty when it cannot take it.
+    QString OrderedSQL(const QString& Order);
     bool Sortable() override;
 
 protected:
