@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
   build-essential cmake ninja-build ccache pkg-config
-  qt6-base-dev libqscintilla2-qt6-dev
+  qt6-base-dev qt6-image-formats-plugins libqscintilla2-qt6-dev
   libsqlite3-dev libsqlcipher-dev sqlite3
   unixodbc-dev libsqliteodbc odbc-postgresql postgresql
   libuchardet-dev libicu-dev

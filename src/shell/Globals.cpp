@@ -9,6 +9,7 @@ namespace brindle {
 TGlobalData* GlobalData = nullptr;
 bool EditorWordWrap = false;
 int EditorTabWidth = 2;
+bool TextEditorWordWrap = false;
 
 TGlobalData::TGlobalData() : FMetaList(std::make_unique<TMetaList>()) {
     GlobalData = this;

@@ -69,5 +69,8 @@ TItemType ItemTypeOf(const TDLSQLiteMetadata* Metadata, const TMetadataBaseItem*
 // Options of the SQL editors that every editor reads.
 extern bool EditorWordWrap;
 extern int EditorTabWidth;
+// Word wrap of the text editor of a field's value; the editor changes it,
+// the main window keeps it as the setting "TextEditorWordWrap".
+extern bool TextEditorWordWrap;
 
 }  // namespace brindle

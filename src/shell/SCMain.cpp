@@ -715,6 +715,7 @@ void TfrmSCMain::ApplySettings() {
     const TProgramSettings& s = FSettings;
     EditorWordWrap = s.EditorWordWrap;
     EditorTabWidth = s.EditorTabWidth;
+    TextEditorWordWrap = s.TextEditorWordWrap;
     const int width = s.LayoutValues.value(QStringLiteral("DBTree.Width"), -1);
     if (width > 0) FSplitter->setSizes({width, std::max(200, FSplitter->width() - width)});
     const int page = s.LayoutValues.value(QStringLiteral("SelectedPage"), -1);
@@ -761,6 +762,7 @@ void TfrmSCMain::ApplySettings() {
 void TfrmSCMain::CollectSettings() {
     TProgramSettings& s = FSettings;
     s.LayoutValues[QStringLiteral("DBTree.Width")] = FSplitter->sizes().value(0);
+    s.TextEditorWordWrap = TextEditorWordWrap;
     s.LayoutValues[QStringLiteral("SelectedPage")] = pcMain->currentIndex();
     s.Monitor = std::max<qsizetype>(0, QGuiApplication::screens().indexOf(screen()));
     s.SQLTexts = FSQLPage->Texts();
