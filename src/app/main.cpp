@@ -105,13 +105,25 @@ int main(int argc, char* argv[]) {
     const QString showPage = qEnvironmentVariable("BRINDLE_SHOW_PAGE");
     // And a text to run in the SQL tab, as F5 would.
     const QString showSQL = qEnvironmentVariable("BRINDLE_SHOW_SQL");
+    // And clicks in the grid: a filter row text, a command on a cell.
+    const QString showFilter = qEnvironmentVariable("BRINDLE_SHOW_FILTER");
+    const QString showCommand = qEnvironmentVariable("BRINDLE_SHOW_COMMAND");
     if (!showObject.isEmpty() || !showPage.isEmpty() || !showSQL.isEmpty())
-        QTimer::singleShot(0, &window, [&window, showObject, showPage, showSQL] {
-            const QString missing = window.ShowByName(showObject, showSQL.isEmpty() ? showPage : QStringLiteral("SQL"));
+        QTimer::singleShot(0, &window, [&window, showObject, showPage, showSQL, showFilter, showCommand] {
+            QString missing = window.ShowByName(showObject, showSQL.isEmpty() ? showPage : QStringLiteral("SQL"));
             if (missing.isEmpty()) {
                 if (!showSQL.isEmpty()) window.RunSQL(showSQL);
-                return;
             }
+            if (missing.isEmpty() && (!showFilter.isEmpty() || !showCommand.isEmpty())) {
+                // After the pages have followed the selection.
+                QTimer::singleShot(800, &window, [&window, showFilter, showCommand] {
+                    const QString lost = window.ShowInGrid(showFilter, showCommand);
+                    if (lost.isEmpty()) return;
+                    std::fprintf(stderr, "brindle: %s\n", qPrintable(lost));
+                    QCoreApplication::exit(2);
+                });
+            }
+            if (missing.isEmpty()) return;
             std::fprintf(stderr, "brindle: %s\n", qPrintable(missing));
             QCoreApplication::exit(2);
         });

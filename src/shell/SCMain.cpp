@@ -1028,6 +1028,11 @@ void TfrmSCMain::ShowData() {
     ApplyColumnChoice(*table);
     FDataTable = std::move(table);
     FDataModel->SetDataSet(FDataTable.get());
+    // Another object starts unfiltered; the same one keeps its filter row.
+    const QString object = db->AliasName() + u'\n' + FDataTable->TableName();
+    if (dbgData->property("object").toString() != object) dbgData->ClearFilterRow();
+    dbgData->setProperty("object", object);
+    if (!dbgData->FilterRowText().isEmpty()) dbgData->ApplyFilterRow();
     ShowRecordCount();
 }
 

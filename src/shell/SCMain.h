@@ -143,6 +143,10 @@ public:
     void SetSelectedCellsToValue(const QVariant& Value);
     void DeleteDataRecords(TBrindleDBGrid& Grid);
     void SelectColumns();
+    // For the screenshot script: "COLUMN=TEXT" typed in the current grid's
+    // filter row and applied; "COLUMN:acCommand" run on the first row's
+    // cell of that column. Empty when done, else what was not found.
+    QString ShowInGrid(const QString& Filter, const QString& Command);
     QMenu* miRecentDatabases;
 
     static QString ApplicationTitle();

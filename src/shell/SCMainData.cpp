@@ -2,6 +2,7 @@
 // grids' commands and popup menu, and the column choice per object.
 #include "SCMain.h"
 
+#include "CellEditors.h"
 #include "FrameSQL.h"
 #include "Globals.h"
 #include "SQLPage.h"
@@ -27,6 +28,7 @@
 #include <QShortcut>
 #include <QTableView>
 #include <QTabWidget>
+#include <QTimer>
 #include <QVBoxLayout>
 
 namespace brindle {
@@ -131,6 +133,22 @@ void TfrmSCMain::CreateDataCommands() {
         FSettings.FilterRowsVisible = On;
         for (TBrindleDBGrid* grid : findChildren<TBrindleDBGrid*>()) grid->SetFilterRowVisible(On);
     });
+    // The editors work on the selected grid's current row.
+    const auto onField = [this](bool (*Edit)(QWidget*, TField&)) {
+        return [this, Edit] {
+            TBrindleDBGrid* grid = GetSelectedGrid();
+            if (!grid || !grid->SyncDataSet()) return;
+            auto* field = const_cast<TField*>(grid->Model()->FieldAt(grid->CurrentColumn()));
+            if (field) Guard([&] { Edit(this, *field); });
+        };
+    };
+    connect(acTextEditor, &QAction::triggered, this, onField(&EditMemo));
+    connect(acImageEditor, &QAction::triggered, this, onField(&EditImage));
+    connect(acHexEditor, &QAction::triggered, this, onField(&EditBlob));
+    connect(acEditRecord, &QAction::triggered, this, [this] {
+        TBrindleDBGrid* grid = GetSelectedGrid();
+        if (grid && grid->SyncDataSet()) Guard([&] { EditRecord(this, *grid->DataSet()); });
+    });
     connect(acDeleteRecords, &QAction::triggered, this, [this] {
         if (TBrindleDBGrid* grid = GetSelectedGrid()) Guard([&] { DeleteDataRecords(*grid); });
     });
@@ -166,6 +184,7 @@ void TfrmSCMain::CreateDataCommands() {
     }
     connect(dbgData, &TBrindleDBGrid::CurrentChanged, this, [this] { ShowRecordCount(); });
     connect(FDataModel, &QAbstractItemModel::rowsInserted, this, [this] { ShowRecordCount(); });
+    connect(FDataModel, &QAbstractItemModel::rowsRemoved, this, [this] { ShowRecordCount(); });
     connect(FDataModel, &QAbstractItemModel::modelReset, this, [this] { ShowRecordCount(); });
     connect(pcMain, &QTabWidget::currentChanged, this, [this] { ShowRecordCount(); });
 }
@@ -178,6 +197,15 @@ void TfrmSCMain::AttachGrid(TBrindleDBGrid& Grid) {
     connect(view, &QWidget::customContextMenuRequested, this, [this, view](const QPoint& Pos) {
         UpdateControls();
         pmDataPopup->popup(view->viewport()->mapToGlobal(Pos));
+    });
+    // A double click on a value no line editor holds opens its editor
+    // window; on other cells the record editor, when the option says so.
+    connect(&Grid, &TBrindleDBGrid::CellActivated, this, [this, grid = &Grid](int, int Column) {
+        if (!grid->SyncDataSet()) return;
+        auto* field = const_cast<TField*>(grid->Model()->FieldAt(Column));
+        if (!field) return;
+        if (field->IsBlob()) Guard([&] { EditBlobField(this, *field); });
+        else if (FSettings.RecordEditorOnDblClick) Guard([&] { EditRecord(this, *grid->DataSet()); });
     });
     // Delete in a grid deletes its selected rows.
     auto* del = new QShortcut(QKeySequence::Delete, view, nullptr, nullptr, Qt::WidgetShortcut);
@@ -327,6 +355,35 @@ void TfrmSCMain::SetSelectedCellsToValue(const QVariant& Value) {
     if (!ds || !ds->Active()) return;
     const QStringList fields = grid->GetSelectedFieldNames();
     brindle::SetSelectedCellsToValue(*ds, RangesOf(grid->EffectiveSelectedRows()), fields, Value);
+}
+
+QString TfrmSCMain::ShowInGrid(const QString& Filter, const QString& Command) {
+    TBrindleDBGrid* grid = GetCurrentGrid();
+    if (!grid || !grid->Model()) return QStringLiteral("no grid on this page");
+    const auto column = [grid](const QString& Name) {
+        for (int c = 0; c < grid->Model()->columnCount(); ++c)
+            if (const TField* f = grid->Model()->FieldAt(c); f && f->FieldName().compare(Name, Qt::CaseInsensitive) == 0)
+                return c;
+        return -1;
+    };
+    if (!Filter.isEmpty()) {
+        const int c = column(Filter.section(u'=', 0, 0));
+        if (c < 0) return QStringLiteral("no column %1").arg(Filter.section(u'=', 0, 0));
+        acShowFilterRows->setChecked(true);
+        grid->FilterEditor(c)->setText(Filter.section(u'=', 1));
+        grid->ApplyFilterRow();
+    }
+    if (!Command.isEmpty()) {
+        const int c = column(Command.section(u':', 0, 0));
+        auto* action = findChild<QAction*>(Command.section(u':', 1));
+        if (c < 0 || !action) return QStringLiteral("no column or command in %1").arg(Command);
+        grid->SetCurrentCell(0, c);
+        grid->View()->setFocus();
+        UpdateControls();
+        // The editor windows are modal: they open once this returns.
+        QTimer::singleShot(0, action, &QAction::trigger);
+    }
+    return QString();
 }
 
 void TfrmSCMain::DeleteDataRecords(TBrindleDBGrid& Grid) {

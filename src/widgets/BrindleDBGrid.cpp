@@ -4,12 +4,14 @@
 #include "data/DLSQLDataSet.h"
 #include "engine/DLQuoteTools.h"
 #include "engine/Exceptions.h"
+#include "tools/ImageTools.h"
 
 #include <QAbstractTableModel>
 #include <QApplication>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QHelpEvent>
+#include <QImage>
 #include <QKeyEvent>
 #include <QLineEdit>
 #include <QPainter>
@@ -331,6 +333,7 @@ public:
         else Option->state &= ~QStyle::State_Selected;
     }
     void paint(QPainter* Painter, const QStyleOptionViewItem& Option, const QModelIndex& Index) const override {
+        if (FGrid.FShowImages && PaintImage(Painter, Option, Index)) return;
         QStyledItemDelegate::paint(Painter, Option, Index);
         if (FGrid.FAdjustColumnByText) {
             const QString text = Index.data(Qt::DisplayRole).toString();
@@ -339,6 +342,28 @@ public:
     }
 
 private:
+    // A BLOB whose first bytes name an image format shows the image, fit
+    // into the cell; anything else, or bytes that do not decode, its label.
+    bool PaintImage(QPainter* Painter, const QStyleOptionViewItem& Option, const QModelIndex& Index) const {
+        const TField* field = FGrid.FieldOf(Index.column());
+        if (!field || (field->DataType() != ftBlob && field->DataType() != ftGraphic)) return false;
+        const QVariant value = Index.data(TDataSetModel::ValueRole);
+        if (value.typeId() != QMetaType::QByteArray) return false;
+        const QByteArray bytes = value.toByteArray();
+        qint64 offset = 0;
+        if (GetImageFormat(bytes.left(128), offset) == ifUnknown) return false;
+        QImage image;
+        if (!image.loadFromData(bytes.mid(offset))) return false;
+        QStyleOptionViewItem option = Option;
+        initStyleOption(&option, Index);
+        option.text.clear();
+        option.widget->style()->drawControl(QStyle::CE_ItemViewItem, &option, Painter, option.widget);
+        const QRect cell = Option.rect.adjusted(1, 1, -1, -1);
+        const QImage fit = image.scaled(cell.size(), Qt::KeepAspectRatio, Qt::SmoothTransformation);
+        Painter->drawImage(QPoint(cell.left(), cell.top() + (cell.height() - fit.height()) / 2), fit);
+        return true;
+    }
+
     TBrindleDBGrid& FGrid;
 };
 
@@ -720,10 +745,7 @@ QLineEdit* TBrindleDBGrid::FilterEditor(int Column) const {
 }
 
 void TBrindleDBGrid::RebuildFilterRow() {
-    // Texts stay with their field across a refresh of the same fields.
-    QHash<QString, QString> texts;
-    for (size_t i = 0; i < FFilterEdits.size(); ++i)
-        if (!FFilterEdits[i]->text().isEmpty()) texts.insert(FFilterEdits[i]->property("field").toString(), FFilterEdits[i]->text());
+    // Texts stay with their field across a refresh (FFilterTexts).
     for (QLineEdit* e : FFilterEdits) delete e;
     FFilterEdits.clear();
     const int columns = FModel ? FModel->columnCount() : 0;
@@ -737,7 +759,11 @@ void TBrindleDBGrid::RebuildFilterRow() {
         edit->setPlaceholderText(QStringLiteral("\u2026"));
         // Filtering is offered on data fields only.
         edit->setEnabled(field && field->FFieldKind == fkData && !field->IsBlob());
-        edit->setText(texts.value(name));
+        edit->setText(FFilterTexts.value(name));
+        connect(edit, &QLineEdit::textChanged, this, [this, name](const QString& Text) {
+            if (Text.isEmpty()) FFilterTexts.remove(name);
+            else FFilterTexts.insert(name, Text);
+        });
         connect(edit, &QLineEdit::returnPressed, this, [this] { ApplyFilterRow(); });
         connect(edit, &QLineEdit::textEdited, this, [this, c, edit](const QString& Text) {
             // The cell widens with what is typed.
@@ -805,6 +831,7 @@ void TBrindleDBGrid::ApplyFilterRow() {
 
 void TBrindleDBGrid::ClearFilterRow() {
     for (QLineEdit* e : FFilterEdits) e->clear();
+    FFilterTexts.clear();
 }
 
 // ---------------------------------------------------------------------------

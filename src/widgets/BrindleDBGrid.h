@@ -5,6 +5,7 @@
 // current cell and the sort are kept by absolute row number.
 #pragma once
 
+#include <QHash>
 #include <QStringList>
 #include <QWidget>
 #include <functional>
@@ -180,6 +181,7 @@ private:
     QScrollBar* FVBar = nullptr;      // child
     QWidget* FFilterRow = nullptr;    // child
     std::vector<QLineEdit*> FFilterEdits;  // children of FFilterRow
+    QHash<QString, QString> FFilterTexts;  // by field name, across rebuilds
     int FTop = 0;
     int FCurRow = -1, FCurCol = 0;
     int FAnchorRow = -1, FAnchorCol = 0;
