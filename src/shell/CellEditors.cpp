@@ -122,8 +122,8 @@ QVariant FromQDateTime(const QDateTime& Value, TRecordEditorKind Kind) {
     else if (Kind == rekDate)
         ok = TryEncodeDate(date.year(), date.month(), date.day(), result);
     else
-        ok = TryEncodeDateTime(date.year(), date.month(), date.day(), time.hour(), time.minute(), time.second(),
-                               time.msec(), result);
+        ok = TryEncodeDateTime(date.year(), date.month(), date.day(), time.hour(), time.minute(),
+                               time.second(), time.msec(), result);
     return ok ? QVariant(result) : QVariant();
 }
 
@@ -255,7 +255,8 @@ TScrollSteps ReadRecordEditorScrollbars(const QString& IniFileName) {
     ini.beginGroup(QStringLiteral("Settings"));
     const auto read = [&ini](const char* Name) {
         bool ok = false;
-        const int value = ini.value(QStringLiteral("RecordEditorScrollbars.") + QLatin1String(Name)).toInt(&ok);
+        const int value =
+            ini.value(QStringLiteral("RecordEditorScrollbars.") + QLatin1String(Name)).toInt(&ok);
         return ok && value > 0 ? value : 0;
     };
     steps.SmallChange = read("SmallChange");
@@ -472,17 +473,19 @@ TfrmImageView::TfrmImageView(TField& Field, QWidget* Parent) : TfrmValueEditor(F
     btnClear->setEnabled(FWritable);
 
     connect(btnLoad, &QPushButton::clicked, this, [this] {
-        const QString name = AskFileName(this, QStringLiteral("Load BLOB field from file"), ImageLoadFilter(), true);
+        const QString name =
+            AskFileName(this, QStringLiteral("Load BLOB field from file"), ImageLoadFilter(), true);
         if (!name.isEmpty()) Guarded(this, [&] { LoadFile(name); });
     });
     connect(btnSave, &QPushButton::clicked, this, [this] {
         const TImageSaveFilter filter = ImageSaveFilter(FFormat);
-        const QString name =
-            AskFileName(this, QStringLiteral("Save BLOB field to file"), filter.Filter, false, filter.DefaultExt);
+        const QString name = AskFileName(this, QStringLiteral("Save BLOB field to file"), filter.Filter,
+                                         false, filter.DefaultExt);
         if (!name.isEmpty()) Guarded(this, [&] { SaveFile(name); });
     });
     connect(btnCopy, &QPushButton::clicked, this, &TfrmImageView::CopyToClipboard);
-    connect(btnPaste, &QPushButton::clicked, this, [this] { Guarded(this, [this] { PasteFromClipboard(); }); });
+    connect(btnPaste, &QPushButton::clicked, this,
+            [this] { Guarded(this, [this] { PasteFromClipboard(); }); });
     connect(btnClear, &QPushButton::clicked, this, &TfrmImageView::Clear);
 
     SetBytes(FOriginal.toByteArray(), !FOriginal.isValid());
@@ -510,10 +513,12 @@ void TfrmImageView::ShowImage() {
         FZoom = 100;
         if (FOptimize) {
             const QSize room = sbImage->viewport()->size();
-            const double scale = std::min(double(room.width()) / FImage.width(), double(room.height()) / FImage.height());
+            const double scale =
+                std::min(double(room.width()) / FImage.width(), double(room.height()) / FImage.height());
             FZoom = std::max(1, static_cast<int>(scale * 100));
         }
-        const QSize size(std::max(1, FImage.width() * FZoom / 100), std::max(1, FImage.height() * FZoom / 100));
+        const QSize size(std::max(1, FImage.width() * FZoom / 100),
+                         std::max(1, FImage.height() * FZoom / 100));
         imgImage->setPixmap(FZoom == 100 ? QPixmap::fromImage(FImage)
                                          : QPixmap::fromImage(FImage.scaled(size, Qt::KeepAspectRatio,
                                                                             Qt::SmoothTransformation)));
@@ -541,7 +546,8 @@ void TfrmImageView::SetOptimize(bool Value) {
 }
 
 bool TfrmImageView::eventFilter(QObject* Watched, QEvent* Event) {
-    if (Event->type() == QEvent::MouseButtonDblClick && (Watched == imgImage || Watched == sbImage->viewport())) {
+    if (Event->type() == QEvent::MouseButtonDblClick &&
+        (Watched == imgImage || Watched == sbImage->viewport())) {
         SetOptimize(!FOptimize);
         return true;
     }
@@ -579,7 +585,8 @@ void TfrmImageView::PasteFromClipboard() {
     QByteArray bytes;
     QBuffer buffer(&bytes);
     buffer.open(QIODevice::WriteOnly);
-    if (!image.save(&buffer, "PNG")) throw ECustomException(QStringLiteral("Cannot store the clipboard's image"));
+    if (!image.save(&buffer, "PNG"))
+        throw ECustomException(QStringLiteral("Cannot store the clipboard's image"));
     SetBytes(bytes, false);
     FitWindow();
 }
@@ -609,7 +616,8 @@ TfrmMemoView::TfrmMemoView(TField& Field, QWidget* Parent) : TfrmValueEditor(Fie
     mmoText->setObjectName(QStringLiteral("mmoText"));
     // A dropped file is the window's to load, not text to insert.
     mmoText->setAcceptDrops(false);
-    FOriginalText = IsBinaryType(Field.DataType()) ? QString::fromUtf8(FOriginal.toByteArray()) : FOriginal.toString();
+    FOriginalText =
+        IsBinaryType(Field.DataType()) ? QString::fromUtf8(FOriginal.toByteArray()) : FOriginal.toString();
     mmoText->setPlainText(FOriginalText);
     mmoText->document()->setModified(false);
     mmoText->setReadOnly(!FWritable);
@@ -766,7 +774,8 @@ void TfrmRecordEditor::AddEditor(TField& Field, QFormLayout& Layout) {
         case rekLine:
         case rekNumber:
         case rekCurrency: {
-            const QString text = value.isValid() ? TDataSetModel::EditText(value, Field.DataType()) : QString();
+            const QString text =
+                value.isValid() ? TDataSetModel::EditText(value, Field.DataType()) : QString();
             auto* edit = new QLineEdit(text, box);
             edit->setReadOnly(!editable);
             if (entry->Kind != rekLine) edit->setAlignment(Qt::AlignRight);
@@ -789,7 +798,8 @@ void TfrmRecordEditor::AddEditor(TField& Field, QFormLayout& Layout) {
             auto* check = new QCheckBox(box);
             check->setTristate(true);
             check->setCheckState(!value.isValid() ? Qt::PartiallyChecked
-                                                  : value.toBool() ? Qt::Checked : Qt::Unchecked);
+                                 : value.toBool() ? Qt::Checked
+                                                  : Qt::Unchecked);
             check->setEnabled(editable);
             entry->Editor = check;
             entry->Shown = static_cast<int>(check->checkState());
@@ -852,8 +862,8 @@ void TfrmRecordEditor::BlobEditClick(TFieldEditor& Editor) {
     if (!posted) return;
     FPosted = true;
     Guarded(this, [&] {
-        static_cast<QPushButton*>(Editor.Editor)->setText(BlobEditorCaption(BlobEditorFor(
-            ReadFieldValue(field).toByteArray())));
+        static_cast<QPushButton*>(Editor.Editor)
+            ->setText(BlobEditorCaption(BlobEditorFor(ReadFieldValue(field).toByteArray())));
     });
 }
 
@@ -882,7 +892,8 @@ void TfrmRecordEditor::accept() {
                     const QString text = static_cast<QLineEdit*>(e->Editor)->text();
                     // Emptied text is an empty string, or no value where the
                     // type has no empty one.
-                    if (!text.isEmpty() || IsStringType(type)) value = TDataSetModel::ValueFromText(text, type);
+                    if (!text.isEmpty() || IsStringType(type))
+                        value = TDataSetModel::ValueFromText(text, type);
                     break;
                 }
                 case rekMemo:
@@ -922,7 +933,8 @@ void TfrmRecordEditor::accept() {
 }
 
 void TfrmRecordEditor::reject() {
-    if (FDataSet.State() == dsEdit || FDataSet.State() == dsInsert) Guarded(this, [this] { FDataSet.Cancel(); });
+    if (FDataSet.State() == dsEdit || FDataSet.State() == dsInsert)
+        Guarded(this, [this] { FDataSet.Cancel(); });
     QDialog::reject();
 }
 

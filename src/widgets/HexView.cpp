@@ -77,7 +77,8 @@ void THexView::GotoOffset(qint64 Offset) {
 }
 
 qint64 THexView::TopLine() const {
-    return std::min<qint64>(static_cast<qint64>(verticalScrollBar()->value()) * FLinesPerStep, LineCount() - 1);
+    return std::min<qint64>(static_cast<qint64>(verticalScrollBar()->value()) * FLinesPerStep,
+                            LineCount() - 1);
 }
 
 // ---------------------------------------------------------------------------
@@ -208,7 +209,8 @@ void THexView::paintEvent(QPaintEvent*) {
             text[i] = Printable(b);
             if (first + i >= selStart && first + i < selEnd) {
                 // The blank after a byte belongs to it when the next is selected too.
-                const int width = i + 1 < count && first + i + 1 < selEnd ? HexX(i + 1) - HexX(i) : 2 * FCharWidth;
+                const int width =
+                    i + 1 < count && first + i + 1 < selEnd ? HexX(i + 1) - HexX(i) : 2 * FCharWidth;
                 selected += QRect(HexX(i) + dx, y, width, FLineHeight);
                 selected += QRect(TextX(i) + dx, y, FCharWidth, FLineHeight);
             }
@@ -237,8 +239,9 @@ void THexView::paintEvent(QPaintEvent*) {
     const qint64 caretRow = FCaret / kBytesPerLine - top;
     if (caretRow >= 0 && caretRow < rows) {
         QRect hexRect = ByteRect(FCaret, false);
-        if (!FTextColumn) hexRect = QRect(hexRect.x() + (FLowNibble ? FCharWidth : 0), hexRect.y(), FCharWidth,
-                                          hexRect.height());
+        if (!FTextColumn)
+            hexRect =
+                QRect(hexRect.x() + (FLowNibble ? FCharWidth : 0), hexRect.y(), FCharWidth, hexRect.height());
         const QRect textRect = ByteRect(FCaret, true);
         const QRect active = FTextColumn ? textRect : hexRect;
         const QRect other = FTextColumn ? hexRect : textRect;
@@ -353,7 +356,8 @@ void THexView::keyPressEvent(QKeyEvent* Event) {
             MoveCaret(control ? 0 : lineStart, shift);
             return;
         case Qt::Key_End:
-            MoveCaret(control ? FData.size() : std::min<qint64>(lineStart + kBytesPerLine - 1, FData.size()), shift);
+            MoveCaret(control ? FData.size() : std::min<qint64>(lineStart + kBytesPerLine - 1, FData.size()),
+                      shift);
             return;
         case Qt::Key_Tab:
         case Qt::Key_Backtab:

@@ -2,8 +2,8 @@
 // exactly the bytes and the row it was made on, an untouched value is never
 // written back, a refused post keeps the window until it is cancelled, and
 // each kind of value opens in the editor that fits it.
-#include "ShellTestSupport.h"
 #include "QtPrinters.h"
+#include "ShellTestSupport.h"
 #include "TempDir.h"
 
 #include "data/DLTable.h"
@@ -53,7 +53,9 @@ void PressKey(QWidget* Widget, int Key) {
 }
 
 void ClickOk(QWidget* Dialog) {
-    Dialog->findChild<QDialogButtonBox*>(QStringLiteral("btnsOkCancel"))->button(QDialogButtonBox::Ok)->click();
+    Dialog->findChild<QDialogButtonBox*>(QStringLiteral("btnsOkCancel"))
+        ->button(QDialogButtonBox::Ok)
+        ->click();
 }
 
 void Drop(QWidget* Target, const QString& File) {
@@ -154,9 +156,10 @@ TEST_F(CellEditorsTest, HexEditsReachExactlyTheEditedBytesOfOneRow) {
                                 }},
                                 [&] { return EditBlob(nullptr, data); });
         EXPECT_TRUE(posted);
-        EXPECT_EQ(Value(QStringLiteral("select group_concat(hex(data), ',') from (select data from %1 order by %2)")
-                            .arg(QLatin1String(c.Table), QLatin1String(c.Order))),
-                  QStringLiteral("00112233,0011AB33,00112233"));
+        EXPECT_EQ(
+            Value(QStringLiteral("select group_concat(hex(data), ',') from (select data from %1 order by %2)")
+                      .arg(QLatin1String(c.Table), QLatin1String(c.Order))),
+            QStringLiteral("00112233,0011AB33,00112233"));
     }
 
     // OK without an edit, and Esc after one, write nothing.
@@ -195,12 +198,16 @@ TEST_F(CellEditorsTest, HexEditsReachExactlyTheEditedBytesOfOneRow) {
                          Type(form->hvData, QStringLiteral("ff"));
                          ClickOk(W);
                      }},
-                     [&] { t->Next(); return EditBlob(nullptr, data); }));
+                     [&] {
+                         t->Next();
+                         return EditBlob(nullptr, data);
+                     }));
 }
 
 TEST_F(CellEditorsTest, TextThatIsNotValidUtf8IsWrittenOnlyWhenEdited) {
-    db.Execute(QStringLiteral("create table m(id integer primary key, note clob);"
-                              "insert into m values (1, cast(x'41FF42' as text))"));
+    db.Execute(
+        QStringLiteral("create table m(id integer primary key, note clob);"
+                       "insert into m values (1, cast(x'41FF42' as text))"));
     auto t = Table(QStringLiteral("m"));
     TField& note = t->FieldByName(QStringLiteral("note"));
     const QString before = Changes();
@@ -244,25 +251,25 @@ TEST_F(CellEditorsTest, TextThatIsNotValidUtf8IsWrittenOnlyWhenEdited) {
 }
 
 TEST_F(CellEditorsTest, ARefusedPostKeepsTheWindowUntilCancelled) {
-    db.Execute(QStringLiteral("create table c(id integer primary key, v text check (length(v) < 5));"
-                              "insert into c values (1, 'ok')"));
+    db.Execute(
+        QStringLiteral("create table c(id integer primary key, v text check (length(v) < 5));"
+                       "insert into c values (1, 'ok')"));
     auto t = Table(QStringLiteral("c"));
     TField& v = t->FieldByName(QStringLiteral("v"));
-    const bool posted =
-        Run({[](QWidget* W) {
-                 auto* form = As<TfrmMemoView>(W);
-                 form->mmoText->selectAll();
-                 Type(form->mmoText, QStringLiteral("far too long"));
-                 ClickOk(W);
-             },
-             ErrorBox(QStringLiteral("CHECK constraint failed")),
-             [&t](QWidget* W) {
-                 // Back in the window, the row still in edit with the user's text.
-                 EXPECT_TRUE(As<TfrmMemoView>(W)->isVisible());
-                 EXPECT_EQ(t->State(), dsEdit);
-                 PressKey(W, Qt::Key_Escape);
-             }},
-            [&] { return EditMemo(nullptr, v); });
+    const bool posted = Run({[](QWidget* W) {
+                                 auto* form = As<TfrmMemoView>(W);
+                                 form->mmoText->selectAll();
+                                 Type(form->mmoText, QStringLiteral("far too long"));
+                                 ClickOk(W);
+                             },
+                             ErrorBox(QStringLiteral("CHECK constraint failed")),
+                             [&t](QWidget* W) {
+                                 // Back in the window, the row still in edit with the user's text.
+                                 EXPECT_TRUE(As<TfrmMemoView>(W)->isVisible());
+                                 EXPECT_EQ(t->State(), dsEdit);
+                                 PressKey(W, Qt::Key_Escape);
+                             }},
+                            [&] { return EditMemo(nullptr, v); });
     EXPECT_FALSE(posted);
     EXPECT_EQ(t->State(), dsBrowse);
     EXPECT_EQ(v.AsString(), QStringLiteral("ok"));
@@ -271,9 +278,10 @@ TEST_F(CellEditorsTest, ARefusedPostKeepsTheWindowUntilCancelled) {
 
 TEST_F(CellEditorsTest, RecordEditorShowsAnEditorPerFieldAndPostsOnlyChanges) {
     const QByteArray png = Fixture("tiny.png");
-    db.Execute(QStringLiteral("create table r(id integer primary key, name text, done boolean, day date, "
-                              "data blob, img blob, bin blob);"
-                              "insert into r values (1, cast(x'41FF42' as text), 1, '2024-02-29', %1, %2, x'00010203')")
+    db.Execute(QStringLiteral(
+                   "create table r(id integer primary key, name text, done boolean, day date, "
+                   "data blob, img blob, bin blob);"
+                   "insert into r values (1, cast(x'41FF42' as text), 1, '2024-02-29', %1, %2, x'00010203')")
                    .arg(BlobLiteral(QByteArray(300, 'a')), BlobLiteral(png)));
     // BLOBs left out of the rows are read before the editors choose.
     auto t = Table(QStringLiteral("r"), false);
@@ -308,13 +316,14 @@ TEST_F(CellEditorsTest, RecordEditorShowsAnEditorPerFieldAndPostsOnlyChanges) {
 
     // A new row, and a dataset that cannot be modified.
     t->Append();
-    EXPECT_TRUE(Run({[](QWidget* W) {
-                        auto* form = As<TfrmRecordEditor>(W);
-                        EXPECT_EQ(form->lblRecord->text(), QStringLiteral("New record"));
-                        qobject_cast<QLineEdit*>(form->EditorOf(QStringLiteral("name")))->setText(QStringLiteral("new"));
-                        ClickOk(W);
-                    }},
-                    [&] { return EditRecord(nullptr, *t); }));
+    EXPECT_TRUE(Run(
+        {[](QWidget* W) {
+            auto* form = As<TfrmRecordEditor>(W);
+            EXPECT_EQ(form->lblRecord->text(), QStringLiteral("New record"));
+            qobject_cast<QLineEdit*>(form->EditorOf(QStringLiteral("name")))->setText(QStringLiteral("new"));
+            ClickOk(W);
+        }},
+        [&] { return EditRecord(nullptr, *t); }));
     EXPECT_EQ(Value(QStringLiteral("select count(*) from r where name = 'new' and data is null")),
               QStringLiteral("1"));
     t->FReadOnly = true;
@@ -376,8 +385,8 @@ TEST_F(CellEditorsTest, BlobFieldsOpenInTheEditorThatFitsTheirValue) {
                         auto* form = As<TfrmImageView>(W);
                         Drop(form, gif);
                         EXPECT_EQ(form->Format(), ifGIF);
-                        QMouseEvent click(QEvent::MouseButtonDblClick, QPointF(1, 1), QPointF(1, 1), Qt::LeftButton,
-                                          Qt::LeftButton, Qt::NoModifier);
+                        QMouseEvent click(QEvent::MouseButtonDblClick, QPointF(1, 1), QPointF(1, 1),
+                                          Qt::LeftButton, Qt::LeftButton, Qt::NoModifier);
                         QApplication::sendEvent(form->imgImage, &click);
                         EXPECT_TRUE(form->Optimize());
                         EXPECT_GT(form->Zoom(), 100);

@@ -6,8 +6,8 @@
 
 #include "tools/ImageTools.h"
 
-#include <QBuffer>
 #include <gtest/gtest.h>
+#include <QBuffer>
 
 using namespace brindle;
 using namespace brindle::test;
@@ -29,7 +29,7 @@ struct FormatCase {
 };
 
 const FormatCase kFormats[] = {
-    {"tiny.jpg", ifJPG}, {"tiny.png", ifPNG}, {"tiny.gif", ifGIF},
+    {"tiny.jpg", ifJPG},  {"tiny.png", ifPNG}, {"tiny.gif", ifGIF},
     {"tiny.tif", ifTIFF}, {"tiny.bmp", ifBMP}, {"tiny.ico", ifICO},
 };
 
@@ -58,7 +58,8 @@ TEST(ImageToolsTest, EachFormatIsFoundAtEachOffsetAndTheStreamStaysPut) {
             EXPECT_TRUE(IsSupportedImage(stream));
             EXPECT_EQ(stream.pos(), 5);
         }
-        EXPECT_EQ(GetImageFormat(QStringLiteral(BRINDLE_TEST_DATA "/images/") + QLatin1String(c.File)), c.Format);
+        EXPECT_EQ(GetImageFormat(QStringLiteral(BRINDLE_TEST_DATA "/images/") + QLatin1String(c.File)),
+                  c.Format);
     }
 }
 

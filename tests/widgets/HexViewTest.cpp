@@ -4,12 +4,12 @@
 // paints at once.
 #include "widgets/HexView.h"
 
+#include <gtest/gtest.h>
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QScrollBar>
-#include <gtest/gtest.h>
 #include <vector>
 
 using namespace brindle;
@@ -82,17 +82,22 @@ TEST_F(HexViewTest, KeysEditExactlyTheBytesUnderTheCaret) {
         const char* After;
         qint64 Caret;
     } cases[] = {
-        {"two hex digits overwrite one byte", "00112233", std::vector<Key>{kRight} + Type("aB"), "00ab2233", 2},
+        {"two hex digits overwrite one byte", "00112233", std::vector<Key>{kRight} + Type("aB"), "00ab2233",
+         2},
         {"one digit changes the high nibble only", "00112233", std::vector<Key>{kRight, kRight} + Type("f"),
          "0011f233", 2},
         {"letters that are not hex are ignored", "0011", Type("xg-"), "0011", 0},
-        {"typing in the text column writes characters", "00112233", std::vector<Key>{kTab, kRight} + Type("Hi"),
-         "00486933", 3},
+        {"typing in the text column writes characters", "00112233",
+         std::vector<Key>{kTab, kRight} + Type("Hi"), "00486933", 3},
         {"hex digits at the end append", "0011", std::vector<Key>{kEnd} + Type("7f8"), "00117f80", 3},
         {"text at the end appends", "0011", std::vector<Key>{kTab, kEnd} + Type("ok"), "00116f6b", 4},
         {"into an empty array", "", Type("c0de"), "c0de", 2},
         {"delete takes the byte under the caret", "00112233", {kRight, kDelete}, "002233", 1},
-        {"delete takes the selection", "0011223344", {kRight, kShiftRight, kShiftRight, kDelete}, "003344", 1},
+        {"delete takes the selection",
+         "0011223344",
+         {kRight, kShiftRight, kShiftRight, kDelete},
+         "003344",
+         1},
         {"backspace takes the byte before", "00112233", {kRight, kRight, kBackspace}, "002233", 1},
         {"backspace at the start does nothing", "0011", {kBackspace}, "0011", 0},
         {"down moves a line", "000102030405060708090a0b0c0d0e0f1011", std::vector<Key>{kDown} + Type("ff"),
@@ -124,7 +129,8 @@ TEST_F(HexViewTest, SelectionByKeysAndByMouseAndReadOnly) {
     Press({{Qt::Key_Left, Qt::ShiftModifier}});
     EXPECT_EQ(view.SelLength(), 2);
     // Selecting backward from the anchor.
-    Press({{Qt::Key_Left, Qt::ShiftModifier}, {Qt::Key_Left, Qt::ShiftModifier},
+    Press({{Qt::Key_Left, Qt::ShiftModifier},
+           {Qt::Key_Left, Qt::ShiftModifier},
            {Qt::Key_Left, Qt::ShiftModifier}});
     EXPECT_EQ(view.SelStart(), 0);
     EXPECT_EQ(view.SelLength(), 1);
@@ -184,8 +190,9 @@ TEST_F(HexViewTest, TwoHundredMegabytesOpenScrollAndPaintAtOnce) {
     Press({{Qt::Key_PageUp}, {Qt::Key_PageDown}, kEnd});
     view.viewport()->grab();
     EXPECT_LT(timer.elapsed(), 500);
-    EXPECT_EQ(view.verticalScrollBar()->maximum(),
-              size / THexView::kBytesPerLine + 1 - view.viewport()->height() / view.ByteRect(0, false).height());
+    EXPECT_EQ(
+        view.verticalScrollBar()->maximum(),
+        size / THexView::kBytesPerLine + 1 - view.viewport()->height() / view.ByteRect(0, false).height());
     // An edit at the end touches only the last byte.
     view.GotoOffset(size - 1);
     Press(Type("ff"));
