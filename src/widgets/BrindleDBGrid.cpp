@@ -455,7 +455,6 @@ int TBrindleDBGrid::VisibleRowCount() const {
 }
 
 void TBrindleDBGrid::ModelReset() {
-    const QStringList before = FWidthFields;
     FTop = 0;
     FCurRow = RowCount() > 0 ? 0 : -1;
     FAnchorRow = FCurRow;
@@ -477,7 +476,6 @@ void TBrindleDBGrid::ModelReset() {
             FView->setColumnWidth(c, FWidths[static_cast<size_t>(c)]);
     }
     SyncViewCurrent();
-    Q_UNUSED(before);
     emit CurrentChanged(FCurRow, FCurCol);
     emit SelectionChanged();
 }
@@ -765,11 +763,9 @@ void TBrindleDBGrid::RebuildFilterRow() {
             else FFilterTexts.insert(name, Text);
         });
         connect(edit, &QLineEdit::returnPressed, this, [this] { ApplyFilterRow(); });
-        connect(edit, &QLineEdit::textEdited, this, [this, c, edit](const QString& Text) {
-            // The cell widens with what is typed.
-            UpdateColumnWidth(c, Text + QStringLiteral("1H"));
-            Q_UNUSED(edit);
-        });
+        // The cell widens with what is typed.
+        connect(edit, &QLineEdit::textEdited, this,
+                [this, c](const QString& Text) { UpdateColumnWidth(c, Text + QStringLiteral("1H")); });
         FFilterEdits.push_back(edit);
     }
     FFilterRow->setFixedHeight(FView->verticalHeader()->defaultSectionSize() + 2);
@@ -927,21 +923,15 @@ bool TBrindleDBGrid::ShowHint(const QPoint& Pos) {
     return true;
 }
 
-void TBrindleDBGrid::resizeEvent(QResizeEvent* Event) {
-    QWidget::resizeEvent(Event);
-    QTimer::singleShot(0, this, [this] {
-        UpdateWindow();
-        UpdateScrollRange();
-        PlaceFilterRow();
-    });
-}
-
 bool TBrindleDBGrid::eventFilter(QObject* Watched, QEvent* Event) {
+    // The viewport's size sets the window's: one update per resize, once
+    // the layout has settled.
     if (Watched == FView->viewport() && Event->type() == QEvent::Resize) {
         QTimer::singleShot(0, this, [this] {
             FetchTo(FTop + VisibleRowCount());
             UpdateWindow();
             UpdateScrollRange();
+            PlaceFilterRow();
         });
     }
     return QWidget::eventFilter(Watched, Event);

@@ -152,7 +152,6 @@ signals:
     void CellActivated(int Row, int Column);
 
 protected:
-    void resizeEvent(QResizeEvent* Event) override;
     bool eventFilter(QObject* Watched, QEvent* Event) override;
 
 private:

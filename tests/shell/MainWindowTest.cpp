@@ -18,7 +18,6 @@
 #include "shell/SingleInstance.h"
 #include "widgets/DBTree.h"
 #include "widgets/BrindleDBGrid.h"
-#include <QLabel>
 #include "widgets/DataSetModel.h"
 #include "workbench/Caches.h"
 
@@ -32,6 +31,7 @@
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QInputDialog>
+#include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QMenu>
