@@ -253,6 +253,7 @@ void TfrmSCMain::CreateWidgets() {
     host.UpdateControls = [this] { UpdateControls(); };
     host.AsyncUpdateControls = [this] { AsyncUpdateControls(); };
     host.FrameCreated = [this](TfrmSQL& Frame) {
+        Frame.qrySQL.FCacheBlobs = FSettings.ShowImages;
         if (!pmDataPopup) return;  // the first tab: attached with the commands
         AttachGrid(*Frame.dbgSQL);
         connect(Frame.dbgSQL, &TBrindleDBGrid::CurrentChanged, this, [this] { ShowRecordCount(); });
@@ -753,6 +754,8 @@ void TfrmSCMain::ApplySettings() {
         grid->SetCellAutoHeight(s.CellAutoHeight);
         grid->SetFilterRowVisible(s.FilterRowsVisible);
     }
+    // Takes effect at each query's next open.
+    for (int i = 0; i < FSQLPage->TabCount(); ++i) FSQLPage->Frame(i)->qrySQL.FCacheBlobs = s.ShowImages;
     if (QToolBar* bar = findChild<QToolBar*>(QStringLiteral("tbMain"))) {
         bar->setVisible(s.ToolbarVisible && s.Bars.value(QStringLiteral("tbMain")).Visible);
         bar->setIconSize(s.UseLargeIcons ? QSize(32, 32) : QSize(16, 16));
@@ -1019,6 +1022,9 @@ void TfrmSCMain::ShowData() {
     table->SetTableName(GlobalData->CurrentItemName());
     table->FHideRowID = !FSettings.ShowRowID;
     table->FBackgroundCount = true;
+    // Without images in cells a BLOB is read only when it is opened, so a
+    // window of rows with large values costs no more than their keys.
+    table->FCacheBlobs = FSettings.ShowImages;
     bool opened = false;
     Guard([&] {
         table->Open();

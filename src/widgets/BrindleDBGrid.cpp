@@ -11,6 +11,7 @@
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QHelpEvent>
+#include <QCache>
 #include <QImage>
 #include <QKeyEvent>
 #include <QLineEdit>
@@ -23,6 +24,7 @@
 #include <QVBoxLayout>
 #include <QWheelEvent>
 #include <algorithm>
+#include <memory>
 
 namespace brindle {
 
@@ -350,21 +352,47 @@ private:
         const QVariant value = Index.data(TDataSetModel::ValueRole);
         if (value.typeId() != QMetaType::QByteArray) return false;
         const QByteArray bytes = value.toByteArray();
-        qint64 offset = 0;
-        if (GetImageFormat(bytes.left(128), offset) == ifUnknown) return false;
-        QImage image;
-        if (!image.loadFromData(bytes.mid(offset))) return false;
+        const QRect cell = Option.rect.adjusted(1, 1, -1, -1);
+        const QImage* fit = Thumbnail(bytes, cell.size());
+        if (!fit) return false;
         QStyleOptionViewItem option = Option;
         initStyleOption(&option, Index);
         option.text.clear();
         option.widget->style()->drawControl(QStyle::CE_ItemViewItem, &option, Painter, option.widget);
-        const QRect cell = Option.rect.adjusted(1, 1, -1, -1);
-        const QImage fit = image.scaled(cell.size(), Qt::KeepAspectRatio, Qt::SmoothTransformation);
-        Painter->drawImage(QPoint(cell.left(), cell.top() + (cell.height() - fit.height()) / 2), fit);
+        Painter->drawImage(QPoint(cell.left(), cell.top() + (cell.height() - fit->height()) / 2), *fit);
         return true;
     }
 
+    // The image fit into a cell, decoded once: a repaint on every scroll
+    // step must not decode every image in view again. Bytes that do not
+    // decode are remembered too, as a null image. The key holds the value's
+    // buffer (shared with the dataset's row while that lives), its size and
+    // its ends, so a buffer reused by another value is not mistaken for it.
+    const QImage* Thumbnail(const QByteArray& Bytes, const QSize& Size) const {
+        QByteArray key;
+        const auto add = [&key](const auto& Part) { key.append(reinterpret_cast<const char*>(&Part), sizeof Part); };
+        add(Bytes.constData());
+        add(Bytes.size());
+        add(Size.width());
+        add(Size.height());
+        key += Bytes.left(16) + Bytes.right(16);
+        if (const QImage* cached = FThumbs.object(key)) return cached->isNull() ? nullptr : cached;
+        auto image = std::make_unique<QImage>();
+        qint64 offset = 0;
+        if (GetImageFormat(Bytes.left(128), offset) != ifUnknown && image->loadFromData(Bytes.mid(offset)))
+            *image = image->scaled(Size, Qt::KeepAspectRatio, Qt::SmoothTransformation);
+        else
+            *image = QImage();
+        const qsizetype cost = std::max<qsizetype>(1, image->sizeInBytes() / 1024);
+        // The cache owns it from here, and drops at once one too big for it.
+        FThumbs.insert(key, image.release(), cost);
+        const QImage* cached = FThumbs.object(key);
+        return cached && !cached->isNull() ? cached : nullptr;
+    }
+
     TBrindleDBGrid& FGrid;
+    // Scaled images by key, at most about 32 MB of pixels.
+    mutable QCache<QByteArray, QImage> FThumbs{32 * 1024};
 };
 
 // ---------------------------------------------------------------------------

@@ -9,6 +9,7 @@
 #include "engine/DLSQLiteDatabase.h"
 #include "engine/DLTypeMapping.h"
 #include "schema/DLSQLiteMetadata.h"
+#include "shell/CellEditors.h"
 #include "shell/FDialogs.h"
 #include "shell/FOptions.h"
 #include "shell/Globals.h"
@@ -17,6 +18,7 @@
 #include "shell/SCPaths.h"
 #include "shell/SingleInstance.h"
 #include "widgets/DBTree.h"
+#include "widgets/HexView.h"
 #include "widgets/BrindleDBGrid.h"
 #include "widgets/DataSetModel.h"
 #include "workbench/Caches.h"
@@ -27,7 +29,9 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QElapsedTimer>
 #include <QEventLoop>
+#include <QFile>
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QInputDialog>
@@ -573,3 +577,129 @@ TEST_F(MainWindowTest, OnlyTheOldFixedFontNamesAreKept) {
 }
 
 }  // namespace
+
+// The Data tab's commands through the window: set cells over a selection of
+// a table named with keywords, a refused value rolling all of them back,
+// the counter over a filtered result, and a delete of the selected rows.
+TEST_F(MainWindowTest, DataCommandsReachExactlyTheSelectedRows) {
+    const QString path = MakeDatabase(
+        QStringLiteral("cmds.db"),
+        QStringLiteral("create table \"order\"(\"key\" integer primary key, total text check(total <> 'bad'), "
+                       "\"match\" real);"
+                       "with recursive c(x) as (select 1 union all select x + 1 from c where x < 12) "
+                       "insert into \"order\" select x, 't' || x, x + 0.1 from c"));
+    window->ProcessParams({path});
+    window->Pages()->setCurrentWidget(window->DataView());
+    ASSERT_TRUE(Tree()->SelectObject(QStringLiteral("cmds"), QStringLiteral("order")));
+    Settle();
+    TBrindleDBGrid* grid = window->DataView();
+    TDLSQLiteDatabase* db = window->CurrentDatabase();
+    const auto value = [db](const char* SQL) { return db->GetStringValue(QLatin1String(SQL)); };
+    QStringList typed{QStringLiteral("007"), QStringLiteral("bad")};
+    window->FOnInputQuery = [&typed](const QString&, const QString&, QString& Value) {
+        Value = typed.takeFirst();
+        return true;
+    };
+
+    window->acCellSelect->trigger();  // to cells
+    grid->SelectCells(2, 4, 1, 1);  // keys 3..5, column total
+    grid->View()->setFocus();
+    window->UpdateControls();
+    window->acSetCellsToValue->trigger();
+    Settle();
+    ASSERT_TRUE(errors.isEmpty()) << errors.join(u'\n').toStdString();
+    EXPECT_EQ(value("select group_concat(\"key\" || ':' || total || ':' || typeof(total), ',') from \"order\" "
+                    "where total not like 't%'"),
+              QStringLiteral("3:007:text,4:007:text,5:007:text"));
+    EXPECT_EQ(value("select typeof(\"match\") || \"match\" from \"order\" where \"key\" = 4"),
+              QStringLiteral("real4.1"));
+
+    // One row refuses: none of them changes, and the engine says why.
+    grid->SelectCells(0, 5, 1, 1);
+    window->UpdateControls();
+    window->acSetCellsToValue->trigger();
+    Settle();
+    ASSERT_EQ(errors.size(), 1);
+    EXPECT_TRUE(errors.first().contains(QLatin1String("CHECK constraint failed"))) << errors.first().toStdString();
+    errors.clear();
+    EXPECT_EQ(value("select count(*) from \"order\" where total = '007'"), QStringLiteral("3"));
+    EXPECT_EQ(value("select count(*) from \"order\" where total = 'bad'"), QStringLiteral("0"));
+
+    // The counter follows a filter row.
+    window->acShowFilterRows->setChecked(true);
+    grid->FilterEditor(1)->setText(QStringLiteral("007"));
+    grid->ApplyFilterRow();
+    Settle();
+    auto* counter = window->findChild<QLabel*>(QStringLiteral("spRecordCount"));
+    for (int i = 0; i < 500 && !window->DataModel()->CountIsExact(); ++i) Settle();
+    EXPECT_EQ(counter->text(), QStringLiteral("Record 1 of 3"));
+
+    // Delete the two last of the filtered rows; the rest stay.
+    window->acCellSelect->trigger();  // back to rows
+    grid->SelectCells(1, 2, 0, 0);
+    grid->View()->setFocus();
+    window->UpdateControls();
+    window->acDeleteRecords->trigger();
+    Settle();
+    ASSERT_TRUE(errors.isEmpty()) << errors.join(u'\n').toStdString();
+    EXPECT_EQ(value("select group_concat(\"key\") from \"order\" where total = '007'"), QStringLiteral("3"));
+    EXPECT_EQ(value("select count(*) from \"order\""), QStringLiteral("10"));
+}
+
+// Without images in cells a BLOB is read only when it is opened: a window
+// over a row of 200 MB stays light, the hex editor opens it at once, and it
+// saves to a file whole.
+TEST_F(MainWindowTest, AHugeBlobOpensInTheHexEditorAndSaves) {
+    Stop();
+    Settings().setValue(QStringLiteral("Settings/ShowImages"), false);
+    Start();
+    const qint64 size = 200LL * 1024 * 1024;
+    const QString path = MakeDatabase(
+        QStringLiteral("huge.db"),
+        QStringLiteral("create table blobs(id integer primary key, b blob);"
+                       "insert into blobs values (1, x'89504e470d0a1a0aff'), (2, randomblob(%1))")
+            .arg(size));
+    window->ProcessParams({path});
+    window->Pages()->setCurrentWidget(window->DataView());
+    ASSERT_TRUE(Tree()->SelectObject(QStringLiteral("huge"), QStringLiteral("blobs")));
+    Settle();
+    TBrindleDBGrid* grid = window->DataView();
+    // A PNG signature over broken bytes is no image either way.
+    EXPECT_EQ(grid->CellText(0, 1), QStringLiteral("(BLOB)"));
+    EXPECT_EQ(grid->CellText(1, 1), QStringLiteral("(BLOB)"));
+
+    const QString saved = dir.file(QStringLiteral("saved.bin"));
+    qint64 shownAfter = -1, viewSize = -1;
+    QElapsedTimer clock;
+    TDialogDriver driver({[&](QWidget* W) {
+        shownAfter = clock.elapsed();
+        auto* form = qobject_cast<TfrmBlobView*>(W);
+        if (form) {
+            viewSize = form->hvData->Data().size();
+            form->SaveFile(saved);
+        }
+        W->close();
+    }});
+    grid->SetCurrentCell(1, 1);
+    grid->View()->setFocus();
+    window->UpdateControls();
+    ASSERT_TRUE(window->acHexEditor->isEnabled());
+    clock.start();
+    window->acHexEditor->trigger();
+    ASSERT_TRUE(driver.Done());
+    ASSERT_TRUE(errors.isEmpty()) << errors.join(u'\n').toStdString();
+    EXPECT_EQ(viewSize, size);
+    EXPECT_GE(shownAfter, 0);
+    EXPECT_LT(shownAfter, 5000) << "the hex editor took " << shownAfter << " ms to come up";
+    QFile file(saved);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    EXPECT_EQ(file.size(), size);
+    const QByteArray head = file.read(1024);
+    file.seek(size - 1024);
+    const QByteArray tail = file.read(1024);
+    TDLSQLiteDatabase* db = window->CurrentDatabase();
+    EXPECT_EQ(QString::fromLatin1(head.toHex()).toUpper(),
+              db->GetStringValue(QStringLiteral("select hex(substr(b, 1, 1024)) from blobs where id = 2")));
+    EXPECT_EQ(QString::fromLatin1(tail.toHex()).toUpper(),
+              db->GetStringValue(QStringLiteral("select hex(substr(b, -1024)) from blobs where id = 2")));
+}
