@@ -10,6 +10,7 @@
 # FILTER ("COLUMN=TEXT") is typed in the grid's filter row and applied;
 # COMMAND ("COLUMN:acHexEditor", any grid command) runs on the first row's
 # cell of that column, so that its window shows.
+# BRINDLE_SCREENSHOT_DB opens another database file instead of the demo.
 # The program runs with settings of its own in a fresh folder (or in
 # BRINDLE_SCREENSHOT_CONFIG), so that the picture does not depend on the
 # user's, and is closed as a user would close it before the server ends.
@@ -41,7 +42,7 @@ sleep 1
 DISPLAY="$display" QT_QPA_PLATFORM=xcb XDG_CONFIG_HOME="$config" \
   BRINDLE_SHOW_OBJECT="$object" BRINDLE_SHOW_PAGE="$page" BRINDLE_SHOW_SQL="$sql" \
   BRINDLE_SHOW_FILTER="$filter" BRINDLE_SHOW_COMMAND="$command" \
-  "$build/bin/brindle" "$build/share/Brindle/Desk 3/Data/dbdemos.db3" &
+  "$build/bin/brindle" "${BRINDLE_SCREENSHOT_DB:-$build/share/Brindle/Desk 3/Data/dbdemos.db3}" &
 app=$!
 sleep "${BRINDLE_SCREENSHOT_DELAY:-3}"
 if ! kill -0 "$app" 2>/dev/null; then
