@@ -42,6 +42,7 @@
 #include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QSettings>
+#include <QShortcut>
 #include <QSplitter>
 #include <QTabWidget>
 #include <QTableView>
@@ -600,6 +601,18 @@ TEST_F(MainWindowTest, DataCommandsReachExactlyTheSelectedRows) {
         Value = typed.takeFirst();
         return true;
     };
+
+    // A value the column refuses stays in its cell with the engine's
+    // message until Esc drops it; the file never sees it.
+    TDataSetModel* model = window->DataModel();
+    EXPECT_FALSE(model->setData(model->index(1, 1), QStringLiteral("bad")));
+    ASSERT_EQ(errors.size(), 1);
+    EXPECT_TRUE(errors.takeFirst().contains(QLatin1String("CHECK constraint failed")));
+    EXPECT_EQ(grid->CellText(1, 1), QStringLiteral("bad"));
+    for (QShortcut* key : grid->View()->findChildren<QShortcut*>())
+        if (key->key() == QKeySequence(Qt::Key_Escape)) emit key->activated();
+    EXPECT_EQ(grid->CellText(1, 1), QStringLiteral("t2"));
+    EXPECT_EQ(value("select total from \"order\" where \"key\" = 2"), QStringLiteral("t2"));
 
     window->acCellSelect->trigger();  // to cells
     grid->SelectCells(2, 4, 1, 1);  // keys 3..5, column total
