@@ -316,4 +316,53 @@ QByteArray TEncoding::Encode(const QString& S, bool Strict) const {
     return result;
 }
 
+// ---------------------------------------------------------------------------
+// TDecoder
+
+void TDecoder::TCloser::operator()(UConverter* Converter) const {
+    ucnv_close(Converter);
+}
+
+TDecoder::TDecoder(const TEncoding& Encoding) : FConverter(OpenConverter(*Encoding.FInfo).release()) {
+    UErrorCode error = U_ZERO_ERROR;
+    ucnv_setToUCallBack(FConverter.get(), UCNV_TO_U_CALLBACK_STOP, nullptr, nullptr, nullptr, &error);
+}
+
+TDecoder::~TDecoder() = default;
+
+bool TDecoder::Decode(const char* Data, qsizetype Size, bool Last, QString& Out) {
+    if (FErrorOffset >= 0) return false;  // the converter is stuck where it stopped
+    const char* source = Data;
+    const char* const sourceLimit = Data + (Data ? Size : 0);
+    qsizetype written = Out.size();
+    // Never more characters than bytes, plus what a torn sequence held back.
+    Out.resize(written + (sourceLimit - source) + 16);
+    UErrorCode error = U_ZERO_ERROR;
+    for (;;) {
+        UChar* const begin = reinterpret_cast<UChar*>(Out.data());
+        UChar* target = begin + written;
+        ucnv_toUnicode(FConverter.get(), &target, begin + Out.size(), &source, sourceLimit, nullptr, Last,
+                       &error);
+        written = target - begin;
+        if (error != U_BUFFER_OVERFLOW_ERROR) break;
+        error = U_ZERO_ERROR;
+        Out.resize(Out.size() * 2);
+    }
+    Out.truncate(written);
+    if (U_SUCCESS(error)) {
+        FConsumed += sourceLimit - Data;
+        return true;
+    }
+    // ICU has consumed the offending bytes; they end where source is.
+    char invalid[32];
+    int8_t invalidLength = sizeof(invalid);
+    UErrorCode ignored = U_ZERO_ERROR;
+    ucnv_getInvalidChars(FConverter.get(), invalid, &invalidLength, &ignored);
+    if (U_FAILURE(ignored)) invalidLength = 0;
+    FErrorOffset = FConsumed + (source - Data) - invalidLength;
+    // A sequence begun in an earlier piece reaches back before this one.
+    if (FErrorOffset < 0) FErrorOffset = 0;
+    return false;
+}
+
 }  // namespace brindle

@@ -6,6 +6,9 @@
 
 #include <QByteArray>
 #include <QString>
+#include <memory>
+
+struct UConverter;
 
 namespace brindle {
 
@@ -67,6 +70,34 @@ private:
     QByteArray Encode(const QString& S, bool Strict) const;
 
     const TCodePageInfo* FInfo;  // a row of a static table, never null
+    friend class TDecoder;
+};
+
+// Decodes a stream piece by piece. A character torn at the end of one piece
+// is completed by the next, and stateful encodings keep their state, so
+// pieces may be cut anywhere. Strict: decoding stops at the first sequence
+// that is invalid or unassigned. Owns its converter; one thread at a time.
+class TDecoder {
+public:
+    explicit TDecoder(const TEncoding& Encoding);
+    ~TDecoder();
+    TDecoder(const TDecoder&) = delete;
+    TDecoder& operator=(const TDecoder&) = delete;
+
+    // Appends the characters of Size bytes to Out; Last says no bytes
+    // follow, so a sequence left open is an error. False at an invalid
+    // sequence: Out then ends with the characters before it, and
+    // ErrorOffset counts the bytes of every piece before that sequence.
+    bool Decode(const char* Data, qsizetype Size, bool Last, QString& Out);
+    qint64 ErrorOffset() const { return FErrorOffset; }
+
+private:
+    struct TCloser {
+        void operator()(UConverter* Converter) const;
+    };
+    std::unique_ptr<UConverter, TCloser> FConverter;
+    qint64 FConsumed = 0;  // bytes of the pieces before the current one
+    qint64 FErrorOffset = -1;
 };
 
 }  // namespace brindle

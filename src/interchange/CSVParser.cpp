@@ -1,0 +1,107 @@
+#include "CSVParser.h"
+
+namespace brindle {
+
+// One row by a state machine over the characters. What follows from it, on
+// purpose: a carriage return ends a value, only a line feed ends the row; a
+// blank line ended by CR LF is a row of one Null while one ended by LF alone
+// is no row at all; text between a closing quote and the next delimiter is
+// dropped; line ends inside quotes are kept as they stand. A character of
+// code 0 outside quotes ends the whole input; inside quotes it is part of
+// the value, which the exporter quotes for that reason.
+bool TCSVParser::ReadRow(TTextRow& Row) {
+    Row.Clear(FLine);
+    TParserState state = psNone;
+    bool eol = false;
+    bool quoted = false;   // the value being read began with a quote
+    qint64 quoteLine = 0;  // the line it began on
+    bool unexpectedQuote = false;
+
+    // An empty value is Null only when nothing, not even quotes, made it.
+    const auto addToken = [&] {
+        Row.EndValue(state == psNone || state == psComma, quoted);
+        quoted = false;
+    };
+    const auto endToken = [&] {
+        addToken();
+        state = psNone;
+    };
+
+    char16_t c;
+    for (;;) {
+        if (!FBuffer.GetChar(c) || (c == 0 && state != psToken)) {
+            if (state == psToken) {
+                Row.Clear(Row.Line());
+                FEof = true;
+                throw ECSVParserError(
+                    QStringLiteral(
+                        "CSV parser error: the quoted value that begins on line %1 is never closed.")
+                        .arg(quoteLine),
+                    QStringLiteral("Line"), QString::number(quoteLine));
+            }
+            if (state != psNone) endToken();
+            FEof = true;
+            break;
+        }
+        if (Row.IsEmpty() && state == psNone && c != u'\n') Row.SetLine(FLine);
+        if (c == u'\n') {
+            ++FLine;
+            if (state == psToken) {
+                Row.Append(c);
+            } else {
+                if (state != psNone) endToken();
+                eol = true;
+            }
+        } else if (c == u'\r') {
+            if (state == psToken)
+                Row.Append(c);
+            else if (state != psNone || Row.IsEmpty())
+                endToken();
+        } else if (c == FQuoteChar) {
+            switch (state) {
+                case psNone:
+                case psComma:
+                    Row.DropToken();
+                    state = psToken;
+                    quoted = true;
+                    quoteLine = FLine;
+                    eol = false;
+                    break;
+                case psToken:
+                    state = psTokenQuote;
+                    break;
+                case psUnquotedToken:
+                    unexpectedQuote = true;
+                    break;
+                case psTokenQuote:  // a doubled quote gives one, back inside quotes
+                    Row.Append(c);
+                    state = psToken;
+                    eol = false;
+                    break;
+            }
+        } else if (c == FDelimiter) {
+            if (state == psToken) {
+                Row.Append(c);
+            } else {
+                addToken();
+                state = psComma;
+            }
+            eol = false;
+        } else if (state == psToken) {
+            Row.Append(c);
+        } else if (state != psTokenQuote) {  // after a closing quote: dropped
+            Row.Append(c);
+            state = psUnquotedToken;
+            eol = false;
+        }
+        if (eol && !Row.IsEmpty()) break;
+    }
+    if (state != psNone) endToken();
+    if (unexpectedQuote) {
+        Row.Clear(Row.Line());
+        throw ECSVParserError(QStringLiteral("CSV parser error: unexpected double-quote character."));
+    }
+    return !Row.IsEmpty();
+}
+
+}  // namespace brindle
