@@ -40,4 +40,14 @@ void LogError(const QString& Message);
 // logged, so that a failure that repeats cannot stack boxes without end.
 void ShowErrorBox(const QString& Message, QWidget* Parent = nullptr);
 
+// Runs a command of a window; a failure becomes an error box over it.
+template <class F>
+void Guarded(QWidget* Window, F&& Command) {
+    try {
+        Command();
+    } catch (const std::exception& e) {
+        ShowErrorBox(ExceptionMessage(e), Window);
+    }
+}
+
 }  // namespace brindle

@@ -79,16 +79,6 @@ void WriteWholeFile(const QString& FileName, const QByteArray& Bytes) {
         throw ECustomException(QStringLiteral("Cannot create file \"%1\"").arg(FileName));
 }
 
-// Runs a command of a window; a failure becomes an error box over it.
-template <class F>
-void Guarded(QWidget* Window, F&& Command) {
-    try {
-        Command();
-    } catch (const std::exception& e) {
-        ShowErrorBox(ExceptionMessage(e), Window);
-    }
-}
-
 QPushButton* ToolButton(const QString& Text, const char* Name, QWidget* Parent, QHBoxLayout& Row) {
     auto* button = new QPushButton(Text, Parent);
     button->setObjectName(QLatin1String(Name));

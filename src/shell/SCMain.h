@@ -130,6 +130,9 @@ public:
     QAction *acSelectColumns, *acCellSelect, *acSetCellsToValue, *acSetCellsToNull, *acShowCellHints,
         *acCellAutoHeight, *acShowFilterRows, *acDeleteRecords, *acEditRecord, *acTextEditor, *acImageEditor,
         *acHexEditor;
+    // Delimited text in (into a table of the current database) and out
+    // (the grid's rows, or its selected ones).
+    QAction *acImportTextFile, *acExportToTextFile;
     QMenu* pmDataPopup = nullptr;
 
     // The Data tab again: a soft refresh of the same object keeps place,
@@ -262,6 +265,8 @@ private:
     QPlainTextEdit* mmoLog = nullptr;
     void CreateDataCommands();
     void UpdateDataCommands(bool Idle);
+    void ImportTextFile();
+    void ExportToTextFile();
     void AttachGrid(TBrindleDBGrid& Grid);
     // The open object's fields as the user chose them for it.
     void ApplyColumnChoice(TDLSQLDataSet& DataSet);

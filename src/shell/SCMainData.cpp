@@ -6,10 +6,13 @@
 #include "FrameSQL.h"
 #include "Globals.h"
 #include "SQLPage.h"
+#include "TextDialogs.h"
 #include "data/DLTable.h"
+#include "engine/DLQuoteTools.h"
 #include "engine/DLSQLiteDatabase.h"
 #include "engine/Exceptions.h"
 #include "widgets/BrindleDBGrid.h"
+#include "widgets/DBTree.h"
 #include "widgets/DataSetModel.h"
 #include "workbench/Caches.h"
 #include "workbench/DataTools.h"
@@ -93,6 +96,10 @@ void TfrmSCMain::CreateDataCommands() {
     acTextEditor = GridAction(this, "acTextEditor", QStringLiteral("Text Editor"));
     acImageEditor = GridAction(this, "acImageEditor", QStringLiteral("Image Editor"));
     acHexEditor = GridAction(this, "acHexEditor", QStringLiteral("Hex Editor"));
+    acImportTextFile = GridAction(this, "acImportTextFile", QStringLiteral("&Import Text File (CSV, TSV)..."));
+    acExportToTextFile = GridAction(this, "acExportToTextFile", QStringLiteral("&Export to Text File (CSV, TSV)..."));
+    connect(acImportTextFile, &QAction::triggered, this, [this] { Guard([this] { ImportTextFile(); }); });
+    connect(acExportToTextFile, &QAction::triggered, this, [this] { Guard([this] { ExportToTextFile(); }); });
 
     connect(acSelectColumns, &QAction::triggered, this, [this] { Guard([this] { SelectColumns(); }); });
     connect(acCellSelect, &QAction::triggered, this, [this] {
@@ -163,6 +170,8 @@ void TfrmSCMain::CreateDataCommands() {
     for (QAction* a : {acSetCellsToValue, acSetCellsToNull, acDeleteRecords}) data->addAction(a);
     data->addSeparator();
     for (QAction* a : {acEditRecord, acTextEditor, acImageEditor, acHexEditor}) data->addAction(a);
+    data->addSeparator();
+    for (QAction* a : {acImportTextFile, acExportToTextFile}) data->addAction(a);
 
     pmDataPopup = new QMenu(this);
     pmDataPopup->setObjectName(QStringLiteral("pmDataPopup"));
@@ -171,6 +180,8 @@ void TfrmSCMain::CreateDataCommands() {
     for (QAction* a : {acEditRecord, acTextEditor, acImageEditor, acHexEditor}) pmDataPopup->addAction(a);
     pmDataPopup->addSeparator();
     for (QAction* a : {acSelectColumns, acShowFilterRows, acCellSelect}) pmDataPopup->addAction(a);
+    pmDataPopup->addSeparator();
+    pmDataPopup->addAction(acExportToTextFile);
 
     const QSignalBlocker a(acShowCellHints), b(acCellAutoHeight), c(acShowFilterRows);
     acShowCellHints->setChecked(FSettings.ShowCellHints);
@@ -255,6 +266,9 @@ void TfrmSCMain::UpdateDataCommands(bool Idle) {
     acImageEditor->setEnabled(rows && blob);
     acHexEditor->setVisible(blob);
     acHexEditor->setEnabled(rows && blob);
+    const TDLSQLiteDatabase* db = GlobalData->CurrentDatabase();
+    acImportTextFile->setEnabled(db && db->Connected() && Idle);
+    acExportToTextFile->setEnabled(active && Idle);
 }
 
 // ---------------------------------------------------------------------------
@@ -398,6 +412,46 @@ void TfrmSCMain::DeleteDataRecords(TBrindleDBGrid& Grid) {
     }
     brindle::DeleteSelection(*ds, RangesOf(Grid.EffectiveSelectedRows()));
     Grid.ClearSelection();
+}
+
+// ---------------------------------------------------------------------------
+// Delimited text
+
+void TfrmSCMain::ImportTextFile() {
+    TDLSQLiteDatabase* db = GlobalData->CurrentDatabase();
+    if (!db || !db->Connected()) return;
+    QString table;
+    {
+        TfrmTextImport dialog(*db, this);
+        dialog.exec();
+        table = dialog.ImportedTable();
+    }
+    if (table.isEmpty()) return;
+    // The new rows, or the new table, show at once.
+    RefreshCurrentDatabase(db->AliasName(), table);
+    if (tvDatabases->SelectObject(db->AliasName(), table)) {
+        pcMain->setCurrentWidget(tabData);
+        RefreshData();
+    }
+}
+
+void TfrmSCMain::ExportToTextFile() {
+    TBrindleDBGrid* grid = GetSelectedGrid();
+    TDLSQLDataSet* ds = grid ? grid->DataSet() : nullptr;
+    if (!ds || !ds->Active()) return;
+    std::vector<int> records;
+    if (grid->GetSelectedCount() > 1 && !grid->AreAllRecordsSelected())
+        for (const auto& [first, last] : grid->SelectedRows().Ranges())
+            for (int r = first; r <= last; ++r) records.push_back(r + 1);
+    QString name;
+    if (grid == dbgData && FDataTable) name = ExtractObjectName(FDataTable->TableName());
+    else name = QStringLiteral("result");
+    {
+        TfrmTextExport dialog(*ds, name, std::move(records), this);
+        dialog.exec();
+    }
+    // The export walked the dataset; the grid puts it back on its row.
+    grid->SyncDataSet();
 }
 
 }  // namespace brindle

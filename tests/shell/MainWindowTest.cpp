@@ -17,6 +17,7 @@
 #include "shell/SCMain.h"
 #include "shell/SCPaths.h"
 #include "shell/SingleInstance.h"
+#include "shell/TextDialogs.h"
 #include "widgets/DBTree.h"
 #include "widgets/HexView.h"
 #include "widgets/BrindleDBGrid.h"
@@ -715,4 +716,37 @@ TEST_F(MainWindowTest, AHugeBlobOpensInTheHexEditorAndSaves) {
               db->GetStringValue(QStringLiteral("select hex(substr(b, 1, 1024)) from blobs where id = 2")));
     EXPECT_EQ(QString::fromLatin1(tail.toHex()).toUpper(),
               db->GetStringValue(QStringLiteral("select hex(substr(b, -1024)) from blobs where id = 2")));
+}
+
+// A file imported through the Data menu shows in the Data tab at once.
+TEST_F(MainWindowTest, AnImportedFileShowsInTheDataTab) {
+    const QString path = MakeDatabase(QStringLiteral("imports.db"));
+    const QString csv = dir.file(QStringLiteral("sales.csv"));
+    {
+        QFile f(csv);
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+        f.write("region,total\nnorth,10\nsouth,20\n");
+    }
+    window->ProcessParams({path});
+    Settle();
+    window->UpdateControls();
+    ASSERT_TRUE(window->acImportTextFile->isEnabled());
+    TDialogDriver driver({[&](QWidget* W) {
+        auto* form = qobject_cast<TfrmTextImport*>(W);
+        if (form) {
+            form->SetFileName(csv);
+            form->ProcessImport();
+        }
+        W->close();
+    }});
+    window->acImportTextFile->trigger();
+    ASSERT_TRUE(driver.Done());
+    Settle();
+    ASSERT_TRUE(errors.isEmpty()) << errors.join(u'\n').toStdString();
+    EXPECT_EQ(window->Pages()->currentWidget(), window->DataView());
+    TDataSetModel* model = window->DataModel();
+    ASSERT_EQ(model->rowCount(), 2);
+    EXPECT_EQ(model->data(model->index(1, 0)).toString(), QStringLiteral("south"));
+    EXPECT_EQ(window->CurrentDatabase()->GetStringValue(QStringLiteral("select typeof(total) from sales limit 1")),
+              QStringLiteral("integer"));
 }
