@@ -29,8 +29,8 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QShortcut>
-#include <QTableView>
 #include <QTabWidget>
+#include <QTableView>
 #include <QTimer>
 #include <QVBoxLayout>
 
@@ -96,15 +96,18 @@ void TfrmSCMain::CreateDataCommands() {
     acTextEditor = GridAction(this, "acTextEditor", QStringLiteral("Text Editor"));
     acImageEditor = GridAction(this, "acImageEditor", QStringLiteral("Image Editor"));
     acHexEditor = GridAction(this, "acHexEditor", QStringLiteral("Hex Editor"));
-    acImportTextFile = GridAction(this, "acImportTextFile", QStringLiteral("&Import Text File (CSV, TSV)..."));
-    acExportToTextFile = GridAction(this, "acExportToTextFile", QStringLiteral("&Export to Text File (CSV, TSV)..."));
+    acImportTextFile =
+        GridAction(this, "acImportTextFile", QStringLiteral("&Import Text File (CSV, TSV)..."));
+    acExportToTextFile =
+        GridAction(this, "acExportToTextFile", QStringLiteral("&Export to Text File (CSV, TSV)..."));
     connect(acImportTextFile, &QAction::triggered, this, [this] { Guard([this] { ImportTextFile(); }); });
     connect(acExportToTextFile, &QAction::triggered, this, [this] { Guard([this] { ExportToTextFile(); }); });
 
     connect(acSelectColumns, &QAction::triggered, this, [this] { Guard([this] { SelectColumns(); }); });
     connect(acCellSelect, &QAction::triggered, this, [this] {
         FSettings.CellSelect = !FSettings.CellSelect;
-        for (TBrindleDBGrid* grid : findChildren<TBrindleDBGrid*>()) grid->SetCellSelect(FSettings.CellSelect);
+        for (TBrindleDBGrid* grid : findChildren<TBrindleDBGrid*>())
+            grid->SetCellSelect(FSettings.CellSelect);
         AsyncUpdateControls();
     });
     connect(acSetCellsToValue, &QAction::triggered, this, [this] {
@@ -115,8 +118,8 @@ void TfrmSCMain::CreateDataCommands() {
                                QStringLiteral("Enter the value to set the cells to:"), text);
         } else {
             text = QInputDialog::getText(this, QStringLiteral("Set cells to the same value"),
-                                         QStringLiteral("Enter the value to set the cells to:"), QLineEdit::Normal,
-                                         FLastSetCellValue, &ok);
+                                         QStringLiteral("Enter the value to set the cells to:"),
+                                         QLineEdit::Normal, FLastSetCellValue, &ok);
         }
         if (!ok) return;
         bool done = false;
@@ -191,7 +194,8 @@ void TfrmSCMain::CreateDataCommands() {
     AttachGrid(*dbgData);
     for (int i = 0; i < FSQLPage->TabCount(); ++i) {
         AttachGrid(*FSQLPage->Frame(i)->dbgSQL);
-        connect(FSQLPage->Frame(i)->dbgSQL, &TBrindleDBGrid::CurrentChanged, this, [this] { ShowRecordCount(); });
+        connect(FSQLPage->Frame(i)->dbgSQL, &TBrindleDBGrid::CurrentChanged, this,
+                [this] { ShowRecordCount(); });
     }
     connect(dbgData, &TBrindleDBGrid::CurrentChanged, this, [this] { ShowRecordCount(); });
     connect(FDataModel, &QAbstractItemModel::rowsInserted, this, [this] { ShowRecordCount(); });
@@ -215,12 +219,15 @@ void TfrmSCMain::AttachGrid(TBrindleDBGrid& Grid) {
         if (!grid->SyncDataSet()) return;
         auto* field = const_cast<TField*>(grid->Model()->FieldAt(Column));
         if (!field) return;
-        if (field->IsBlob()) Guard([&] { EditBlobField(this, *field); });
-        else if (FSettings.RecordEditorOnDblClick) Guard([&] { EditRecord(this, *grid->DataSet()); });
+        if (field->IsBlob())
+            Guard([&] { EditBlobField(this, *field); });
+        else if (FSettings.RecordEditorOnDblClick)
+            Guard([&] { EditRecord(this, *grid->DataSet()); });
     });
     // Delete in a grid deletes its selected rows.
     auto* del = new QShortcut(QKeySequence::Delete, view, nullptr, nullptr, Qt::WidgetShortcut);
-    connect(del, &QShortcut::activated, this, [this, grid = &Grid] { Guard([&] { DeleteDataRecords(*grid); }); });
+    connect(del, &QShortcut::activated, this,
+            [this, grid = &Grid] { Guard([&] { DeleteDataRecords(*grid); }); });
 }
 
 TBrindleDBGrid* TfrmSCMain::GetCurrentGrid() const {
@@ -254,10 +261,10 @@ void TfrmSCMain::UpdateDataCommands(bool Idle) {
     acSetCellsToNull->setEnabled(cells);
     acDeleteRecords->setEnabled(modifiable);
     acDeleteRecords->setText(grid && grid->GetSelectedCount() > 1 ? QStringLiteral("Delete selected records")
-                                                                   : QStringLiteral("Delete selected record"));
+                                                                  : QStringLiteral("Delete selected record"));
     const TFieldType type = field ? field->DataType() : ftUnknown;
-    const bool text = type == ftString || type == ftWideString || type == ftFixedChar || type == ftFixedWideChar ||
-                      type == ftMemo || type == ftWideMemo;
+    const bool text = type == ftString || type == ftWideString || type == ftFixedChar ||
+                      type == ftFixedWideChar || type == ftMemo || type == ftWideMemo;
     const bool blob = type == ftBlob || type == ftGraphic;
     acEditRecord->setEnabled(rows);
     acTextEditor->setVisible(text);
@@ -323,7 +330,8 @@ void TfrmSCMain::ShowRecordCount() {
     if (grid->Model()->CountIsExact())
         spRecordCount->setText(QStringLiteral("Record %1 of %2").arg(current).arg(grid->RowCount()));
     else
-        spRecordCount->setText(QStringLiteral("Record %1 of at least %2").arg(current).arg(ds->GetLastRecNo()));
+        spRecordCount->setText(
+            QStringLiteral("Record %1 of at least %2").arg(current).arg(ds->GetLastRecNo()));
 }
 
 void TfrmSCMain::SelectColumns() {
@@ -376,7 +384,8 @@ QString TfrmSCMain::ShowInGrid(const QString& Filter, const QString& Command) {
     if (!grid || !grid->Model()) return QStringLiteral("no grid on this page");
     const auto column = [grid](const QString& Name) {
         for (int c = 0; c < grid->Model()->columnCount(); ++c)
-            if (const TField* f = grid->Model()->FieldAt(c); f && f->FieldName().compare(Name, Qt::CaseInsensitive) == 0)
+            if (const TField* f = grid->Model()->FieldAt(c);
+                f && f->FieldName().compare(Name, Qt::CaseInsensitive) == 0)
                 return c;
         return -1;
     };
@@ -444,8 +453,10 @@ void TfrmSCMain::ExportToTextFile() {
         for (const auto& [first, last] : grid->SelectedRows().Ranges())
             for (int r = first; r <= last; ++r) records.push_back(r + 1);
     QString name;
-    if (grid == dbgData && FDataTable) name = ExtractObjectName(FDataTable->TableName());
-    else name = QStringLiteral("result");
+    if (grid == dbgData && FDataTable)
+        name = ExtractObjectName(FDataTable->TableName());
+    else
+        name = QStringLiteral("result");
     {
         TfrmTextExport dialog(*ds, name, std::move(records), this);
         dialog.exec();

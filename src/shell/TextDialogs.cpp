@@ -16,10 +16,10 @@
 #include <QFile>
 #include <QFileDialog>
 #include <QFileInfo>
-#include <QFormLayout>
 #include <QGridLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
+#include <QLabel>
 #include <QLineEdit>
 #include <QPlainTextEdit>
 #include <QPushButton>
@@ -41,7 +41,8 @@ public:
         auto* delimiters = new QGroupBox(QStringLiteral("Delimiter"), this);
         auto* dl = new QGridLayout(delimiters);
         FDelimiters = new QButtonGroup(this);
-        const auto radio = [](QButtonGroup* Group, QWidget* Box, const QString& Caption, const char* Name, int Id) {
+        const auto radio = [](QButtonGroup* Group, QWidget* Box, const QString& Caption, const char* Name,
+                              int Id) {
             auto* r = new QRadioButton(Caption, Box);
             r->setObjectName(QLatin1String(Name));
             Group->addButton(r, Id);
@@ -62,7 +63,8 @@ public:
         auto* encodings = new QGroupBox(QStringLiteral("Encoding"), this);
         auto* el = new QGridLayout(encodings);
         FEncodings = new QButtonGroup(this);
-        el->addWidget(radio(FEncodings, encodings, QStringLiteral("Default ANSI code page"), "rbANSI", 1252), 0, 0);
+        el->addWidget(radio(FEncodings, encodings, QStringLiteral("Default ANSI code page"), "rbANSI", 1252),
+                      0, 0);
         el->addWidget(radio(FEncodings, encodings, QStringLiteral("UTF-16le"), "rbUTF16LE", 1200), 1, 0);
         el->addWidget(radio(FEncodings, encodings, QStringLiteral("ASCII"), "rbASCII", 20127), 2, 0);
         el->addWidget(radio(FEncodings, encodings, QStringLiteral("UTF-8"), "rbUTF8", 65001), 3, 0);
@@ -75,9 +77,11 @@ public:
         cbOtherEncoding->setEditable(true);
         cbOtherEncoding->addItems({QStringLiteral("ISO-8859-1"), QStringLiteral("ISO-8859-2"),
                                    QStringLiteral("windows-1250"), QStringLiteral("windows-1251"),
-                                   QStringLiteral("Shift_JIS"), QStringLiteral("EUC-JP"), QStringLiteral("GB18030"),
-                                   QStringLiteral("Big5"), QStringLiteral("EUC-KR"), QStringLiteral("KOI8-R")});
-        connect(cbOtherEncoding, &QComboBox::activated, this, [this] { FEncodings->button(0)->setChecked(true); });
+                                   QStringLiteral("Shift_JIS"), QStringLiteral("EUC-JP"),
+                                   QStringLiteral("GB18030"), QStringLiteral("Big5"),
+                                   QStringLiteral("EUC-KR"), QStringLiteral("KOI8-R")});
+        connect(cbOtherEncoding, &QComboBox::activated, this,
+                [this] { FEncodings->button(0)->setChecked(true); });
         el->addWidget(cbOtherEncoding, 5, 1);
         layout->addWidget(encodings);
     }
@@ -123,61 +127,81 @@ private:
 
 namespace {
 
-QPlainTextEdit* MakeLog(QWidget* Parent) {
-    auto* log = new QPlainTextEdit(Parent);
-    log->setObjectName(QStringLiteral("mmoLog"));
-    log->setReadOnly(true);
-    log->setMinimumHeight(120);
-    return log;
-}
-
-// The file row: the name and its "..." button.
-QHBoxLayout* FileRow(QWidget* Parent, QLineEdit*& Edit, QPushButton*& Browse) {
-    Edit = new QLineEdit(Parent);
-    Edit->setObjectName(QStringLiteral("edFileName"));
-    Browse = new QPushButton(QStringLiteral("..."), Parent);
-    Browse->setObjectName(QStringLiteral("btnBrowse"));
-    auto* row = new QHBoxLayout;
-    row->addWidget(Edit, 1);
-    row->addWidget(Browse);
-    return row;
-}
-
-QHBoxLayout* StartCloseRow(QWidget* Parent, QPushButton*& Start, QPushButton*& Close) {
-    Start = new QPushButton(QStringLiteral("Start"), Parent);
-    Start->setObjectName(QStringLiteral("btnStart"));
-    Start->setDefault(true);
-    Close = new QPushButton(QStringLiteral("Close"), Parent);
-    Close->setObjectName(QStringLiteral("btnClose"));
-    auto* row = new QHBoxLayout;
-    row->addStretch();
-    row->addWidget(Start);
-    row->addWidget(Close);
-    return row;
-}
-
-void AppendLog(QPlainTextEdit* Log, const QString& Line) {
-    Log->appendPlainText(Line);
-    Log->verticalScrollBar()->setValue(Log->verticalScrollBar()->maximum());
-}
-
 const QString kTextFilter = QStringLiteral("Text files (*.csv *.tsv *.txt);;All files (*)");
 
 }  // namespace
 
 // ---------------------------------------------------------------------------
+// The common frame
+
+TfrmTextFile::TfrmTextFile(QWidget* Parent) : QDialog(Parent) {
+    edFileName = new QLineEdit(this);
+    edFileName->setObjectName(QStringLiteral("edFileName"));
+    btnBrowse = new QPushButton(QStringLiteral("..."), this);
+    btnBrowse->setObjectName(QStringLiteral("btnBrowse"));
+    FFormat = new TTextFormatBox(this);
+    mmoLog = new QPlainTextEdit(this);
+    mmoLog->setObjectName(QStringLiteral("mmoLog"));
+    mmoLog->setReadOnly(true);
+    mmoLog->setMinimumHeight(120);
+    btnStart = new QPushButton(QStringLiteral("Start"), this);
+    btnStart->setObjectName(QStringLiteral("btnStart"));
+    btnStart->setDefault(true);
+    btnClose = new QPushButton(QStringLiteral("Close"), this);
+    btnClose->setObjectName(QStringLiteral("btnClose"));
+    connect(btnClose, &QPushButton::clicked, this, &QDialog::reject);
+}
+
+TfrmTextFile::~TfrmTextFile() = default;
+
+void TfrmTextFile::LayOut(QWidget* Body) {
+    auto* layout = new QVBoxLayout(this);
+    auto* file = new QHBoxLayout;
+    file->addWidget(new QLabel(QStringLiteral("File name:"), this));
+    file->addWidget(edFileName, 1);
+    file->addWidget(btnBrowse);
+    layout->addLayout(file);
+    layout->addWidget(Body);
+    layout->addWidget(mmoLog, 1);
+    auto* buttons = new QHBoxLayout;
+    buttons->addStretch();
+    buttons->addWidget(btnStart);
+    buttons->addWidget(btnClose);
+    layout->addLayout(buttons);
+}
+
+char16_t TfrmTextFile::GetDelimiter() const {
+    return FFormat->Delimiter();
+}
+
+void TfrmTextFile::SetDelimiter(char16_t Delimiter) {
+    FFormat->SetDelimiter(Delimiter);
+}
+
+TEncoding TfrmTextFile::GetEncoding() const {
+    return FFormat->Encoding();
+}
+
+void TfrmTextFile::SetEncoding(const TEncoding& Encoding) {
+    FFormat->SetEncoding(Encoding);
+}
+
+void TfrmTextFile::Log(const QString& Line) {
+    mmoLog->appendPlainText(Line);
+    mmoLog->verticalScrollBar()->setValue(mmoLog->verticalScrollBar()->maximum());
+}
+
+// ---------------------------------------------------------------------------
 // Import
 
-TfrmTextImport::TfrmTextImport(TDLSQLiteDatabase& Database, QWidget* Parent) : QDialog(Parent), FDatabase(Database) {
+TfrmTextImport::TfrmTextImport(TDLSQLiteDatabase& Database, QWidget* Parent)
+    : TfrmTextFile(Parent), FDatabase(Database) {
     setObjectName(QStringLiteral("TfrmTextImport"));
     setWindowTitle(QStringLiteral("Import text file (CSV, TSV)"));
-    auto* layout = new QVBoxLayout(this);
-    auto* form = new QFormLayout;
-    QPushButton* browse = nullptr;
-    form->addRow(QStringLiteral("File name:"), FileRow(this, edFileName, browse));
-    layout->addLayout(form);
-
-    auto* dest = new QGroupBox(QStringLiteral("Destination"), this);
+    auto* body = new QWidget(this);
+    auto* layout = new QVBoxLayout(body);
+    layout->setContentsMargins(0, 0, 0, 0);
+    auto* dest = new QGroupBox(QStringLiteral("Destination"), body);
     auto* dl = new QGridLayout(dest);
     rbExistingTable = new QRadioButton(QStringLiteral("Existing table:"), dest);
     rbExistingTable->setObjectName(QStringLiteral("rbExistingTable"));
@@ -193,42 +217,38 @@ TfrmTextImport::TfrmTextImport(TDLSQLiteDatabase& Database, QWidget* Parent) : Q
     dl->addWidget(edNewTable, 1, 1);
     layout->addWidget(dest);
 
-    FFormat = new TTextFormatBox(this);
     layout->addWidget(FFormat);
-    cbFieldNames = new QCheckBox(QStringLiteral("Field names on first row"), this);
+    cbFieldNames = new QCheckBox(QStringLiteral("Field names on first row"), body);
     cbFieldNames->setObjectName(QStringLiteral("cbFieldNames"));
     cbFieldNames->setChecked(true);
-    cbDeleteData = new QCheckBox(QStringLiteral("Delete existing data"), this);
+    cbDeleteData = new QCheckBox(QStringLiteral("Delete existing data"), body);
     cbDeleteData->setObjectName(QStringLiteral("cbDeleteData"));
-    cbAutoDetect = new QCheckBox(QStringLiteral("Auto detect field types"), this);
+    cbAutoDetect = new QCheckBox(QStringLiteral("Auto detect field types"), body);
     cbAutoDetect->setObjectName(QStringLiteral("cbAutoDetect"));
     cbAutoDetect->setChecked(true);
     for (QCheckBox* c : {cbFieldNames, cbDeleteData, cbAutoDetect}) layout->addWidget(c);
-    mmoLog = MakeLog(this);
-    layout->addWidget(mmoLog, 1);
-    layout->addLayout(StartCloseRow(this, btnStart, btnClose));
+    LayOut(body);
 
     FFormat->SetDelimiter(u',');
     FFormat->SetEncoding(TEncoding::UTF8());
     UpdateTableList();
     rbNewTable->setChecked(true);
 
-    connect(browse, &QPushButton::clicked, this, [this] {
-        const QString name = QFileDialog::getOpenFileName(this, QStringLiteral("Open"), edFileName->text(), kTextFilter,
-                                                          nullptr, QFileDialog::DontUseNativeDialog);
+    connect(btnBrowse, &QPushButton::clicked, this, [this] {
+        const QString name =
+            QFileDialog::getOpenFileName(this, QStringLiteral("Open"), edFileName->text(), kTextFilter,
+                                         nullptr, QFileDialog::DontUseNativeDialog);
         if (!name.isEmpty()) SetFileName(name);
     });
     connect(edFileName, &QLineEdit::editingFinished, this, [this] {
         if (edFileName->isModified()) SetFileName(edFileName->text());
         edFileName->setModified(false);
     });
-    for (QRadioButton* r : {rbExistingTable, rbNewTable}) connect(r, &QRadioButton::toggled, this, [this] {
-            UpdateControls();
-        });
+    for (QRadioButton* r : {rbExistingTable, rbNewTable})
+        connect(r, &QRadioButton::toggled, this, [this] { UpdateControls(); });
     connect(cbTables, &QComboBox::activated, this, [this] { rbExistingTable->setChecked(true); });
     connect(edNewTable, &QLineEdit::textEdited, this, [this] { rbNewTable->setChecked(true); });
     connect(btnStart, &QPushButton::clicked, this, [this] { ProcessImport(); });
-    connect(btnClose, &QPushButton::clicked, this, &QDialog::reject);
     UpdateControls();
 }
 
@@ -282,33 +302,14 @@ void TfrmTextImport::DetectEncoding() {
 }
 
 void TfrmTextImport::DetectDelimiter() {
-    Guarded(this, [this] { FFormat->SetDelimiter(brindle::DetectDelimiter(edFileName->text(), GetEncoding())); });
+    Guarded(this,
+            [this] { FFormat->SetDelimiter(brindle::DetectDelimiter(edFileName->text(), GetEncoding())); });
 }
 
 void TfrmTextImport::DetectFirstLine() {
     Guarded(this, [this] {
         cbFieldNames->setChecked(brindle::DetectFirstLine(edFileName->text(), GetEncoding(), GetDelimiter()));
     });
-}
-
-char16_t TfrmTextImport::GetDelimiter() const {
-    return FFormat->Delimiter();
-}
-
-void TfrmTextImport::SetDelimiter(char16_t Delimiter) {
-    FFormat->SetDelimiter(Delimiter);
-}
-
-TEncoding TfrmTextImport::GetEncoding() const {
-    return FFormat->Encoding();
-}
-
-void TfrmTextImport::SetEncoding(const TEncoding& Encoding) {
-    FFormat->SetEncoding(Encoding);
-}
-
-void TfrmTextImport::Log(const QString& Line) {
-    AppendLog(mmoLog, Line);
 }
 
 void TfrmTextImport::ImporterProgress(const QString& Message, bool& Canceled) {
@@ -320,8 +321,9 @@ void TfrmTextImport::ImporterProgress(const QString& Message, bool& Canceled) {
 
 void TfrmTextImport::UpdateControls() {
     btnStart->setText(FImporting ? QStringLiteral("Stop") : QStringLiteral("Start"));
-    for (QWidget* w : std::initializer_list<QWidget*>{edFileName, rbExistingTable, rbNewTable, cbTables, edNewTable,
-                                                      FFormat, cbFieldNames, cbDeleteData, cbAutoDetect, btnClose})
+    for (QWidget* w :
+         std::initializer_list<QWidget*>{edFileName, rbExistingTable, rbNewTable, cbTables, edNewTable,
+                                         FFormat, cbFieldNames, cbDeleteData, cbAutoDetect, btnClose})
         w->setEnabled(!FImporting);
     if (!FImporting) {
         cbTables->setEnabled(rbExistingTable->isChecked());
@@ -345,14 +347,18 @@ void TfrmTextImport::ProcessImport() {
     const QString fileName = edFileName->text();
     try {
         if (fileName.isEmpty()) throw ECustomException(QStringLiteral("Please choose the file to import."));
-        if (target.TableName.isEmpty()) throw ECustomException(QStringLiteral("Please enter the table name."));
+        if (target.TableName.isEmpty())
+            throw ECustomException(QStringLiteral("Please enter the table name."));
         const char16_t delimiter = GetDelimiter();
         const TEncoding encoding = GetEncoding();
         QFile file(fileName);
         if (!file.open(QIODevice::ReadOnly))
-            throw ECustomException(QStringLiteral("Cannot open the file \"%1\": %2").arg(fileName, file.errorString()));
+            throw ECustomException(
+                QStringLiteral("Cannot open the file \"%1\": %2").arg(fileName, file.errorString()));
         TTextImporter importer;
-        importer.FOnProgress = [this](const QString& Message, bool& Canceled) { ImporterProgress(Message, Canceled); };
+        importer.FOnProgress = [this](const QString& Message, bool& Canceled) {
+            ImporterProgress(Message, Canceled);
+        };
         FImporter = &importer;
         FImporting = true;
         FCanceled = false;
@@ -368,7 +374,8 @@ void TfrmTextImport::ProcessImport() {
             }
         } end{*this};
         if (target.NewTable && !cbAutoDetect->isChecked())
-            target.Fields = importer.DetectFieldList(file, false, delimiter, encoding, cbFieldNames->isChecked());
+            target.Fields =
+                importer.DetectFieldList(file, false, delimiter, encoding, cbFieldNames->isChecked());
         const TTextImportResult result =
             importer.ImportIntoTable(FDatabase, file, target, delimiter, encoding, cbFieldNames->isChecked());
         for (const QString& e : importer.FErrors) Log(e);
@@ -379,7 +386,8 @@ void TfrmTextImport::ProcessImport() {
         QString done = QStringLiteral("Done: %1 rows imported").arg(result.RowsImported);
         if (result.RowsSkipped) done += QStringLiteral(", %1 rows skipped").arg(result.RowsSkipped);
         if (result.ShortRows)
-            done += QStringLiteral(", %1 rows had fewer values than columns (the rest are NULL)").arg(result.ShortRows);
+            done += QStringLiteral(", %1 rows had fewer values than columns (the rest are NULL)")
+                        .arg(result.ShortRows);
         Log(done + u'.');
         FImportedTable = target.TableName;
         UpdateTableList();
@@ -405,28 +413,23 @@ void TfrmTextImport::reject() {
 
 TfrmTextExport::TfrmTextExport(TDataSet& DataSet, const QString& DataSetName, std::vector<int> Records,
                                QWidget* Parent)
-    : QDialog(Parent), FDataSet(DataSet), FDataSetName(DataSetName), FRecords(std::move(Records)) {
+    : TfrmTextFile(Parent), FDataSet(DataSet), FDataSetName(DataSetName), FRecords(std::move(Records)) {
     setObjectName(QStringLiteral("TfrmTextExport"));
     setWindowTitle(QStringLiteral("Export to text file (CSV, TSV)"));
-    auto* layout = new QVBoxLayout(this);
-    auto* form = new QFormLayout;
-    QPushButton* browse = nullptr;
-    form->addRow(QStringLiteral("File name:"), FileRow(this, edFileName, browse));
-    layout->addLayout(form);
-    FFormat = new TTextFormatBox(this);
+    auto* body = new QWidget(this);
+    auto* layout = new QVBoxLayout(body);
+    layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(FFormat);
-    cbWritePreamble = new QCheckBox(QStringLiteral("Write encoding preamble"), this);
+    cbWritePreamble = new QCheckBox(QStringLiteral("Write encoding preamble"), body);
     cbWritePreamble->setObjectName(QStringLiteral("cbWritePreamble"));
     cbWritePreamble->setChecked(true);
     layout->addWidget(cbWritePreamble);
-    cbSelectedOnly = new QCheckBox(QStringLiteral("Selected rows only (%1)").arg(FRecords.size()), this);
+    cbSelectedOnly = new QCheckBox(QStringLiteral("Selected rows only (%1)").arg(FRecords.size()), body);
     cbSelectedOnly->setObjectName(QStringLiteral("cbSelectedOnly"));
     cbSelectedOnly->setVisible(!FRecords.empty());
     cbSelectedOnly->setChecked(!FRecords.empty());
     layout->addWidget(cbSelectedOnly);
-    mmoLog = MakeLog(this);
-    layout->addWidget(mmoLog, 1);
-    layout->addLayout(StartCloseRow(this, btnStart, btnClose));
+    LayOut(body);
 
     FFormat->SetDelimiter(u',');
     // UTF-8 holds every text a database can; an ANSI code page would turn
@@ -434,13 +437,13 @@ TfrmTextExport::TfrmTextExport(TDataSet& DataSet, const QString& DataSetName, st
     FFormat->SetEncoding(TEncoding::UTF8());
     if (!DataSetName.isEmpty()) SetTextFileName(DataSetName + QStringLiteral(".csv"));
 
-    connect(browse, &QPushButton::clicked, this, [this] {
-        const QString name = QFileDialog::getSaveFileName(this, QStringLiteral("Save As"), edFileName->text(),
-                                                          kTextFilter, nullptr, QFileDialog::DontUseNativeDialog);
+    connect(btnBrowse, &QPushButton::clicked, this, [this] {
+        const QString name =
+            QFileDialog::getSaveFileName(this, QStringLiteral("Save As"), edFileName->text(), kTextFilter,
+                                         nullptr, QFileDialog::DontUseNativeDialog);
         if (!name.isEmpty()) SetTextFileName(name);
     });
     connect(btnStart, &QPushButton::clicked, this, [this] { ProcessExport(); });
-    connect(btnClose, &QPushButton::clicked, this, &QDialog::reject);
 }
 
 TfrmTextExport::~TfrmTextExport() = default;
@@ -453,34 +456,16 @@ void TfrmTextExport::SetTextFileName(const QString& FileName) {
     edFileName->setText(FileName);
 }
 
-char16_t TfrmTextExport::GetDelimiter() const {
-    return FFormat->Delimiter();
-}
-
-void TfrmTextExport::SetDelimiter(char16_t Delimiter) {
-    FFormat->SetDelimiter(Delimiter);
-}
-
-TEncoding TfrmTextExport::GetEncoding() const {
-    return FFormat->Encoding();
-}
-
-void TfrmTextExport::SetEncoding(const TEncoding& Encoding) {
-    FFormat->SetEncoding(Encoding);
-}
-
-void TfrmTextExport::Log(const QString& Line) {
-    AppendLog(mmoLog, Line);
-}
-
 void TfrmTextExport::ExporterProgress(int Count) {
     // One line that counts, not a line per step.
     QTextCursor cursor = mmoLog->textCursor();
     cursor.movePosition(QTextCursor::End);
     cursor.select(QTextCursor::LineUnderCursor);
     const QString text = QStringLiteral("%1 records exported").arg(Count);
-    if (cursor.selectedText().endsWith(QLatin1String(" records exported"))) cursor.insertText(text);
-    else Log(text);
+    if (cursor.selectedText().endsWith(QLatin1String(" records exported")))
+        cursor.insertText(text);
+    else
+        Log(text);
     QCoreApplication::processEvents();
 }
 
@@ -491,12 +476,15 @@ void TfrmTextExport::ProcessExport() {
     }
     try {
         const QString fileName = GetTextFileName();
-        if (fileName.isEmpty()) throw ECustomException(QStringLiteral("Please choose the file to export to."));
+        if (fileName.isEmpty())
+            throw ECustomException(QStringLiteral("Please choose the file to export to."));
         const char16_t delimiter = GetDelimiter();
         const TEncoding encoding = GetEncoding();
         std::unique_ptr<TTextExporter> exporter;
-        if (delimiter == u'\t') exporter = std::make_unique<TTSVExporter>(&FDataSet);
-        else exporter = std::make_unique<TCSVExporter>(&FDataSet);
+        if (delimiter == u'\t')
+            exporter = std::make_unique<TTSVExporter>(&FDataSet);
+        else
+            exporter = std::make_unique<TCSVExporter>(&FDataSet);
         exporter->FDelimiter = delimiter;
         exporter->FEncoding = encoding;
         exporter->FWriteEncodingPreamble = cbWritePreamble->isChecked();
@@ -518,8 +506,10 @@ void TfrmTextExport::ProcessExport() {
         Log(QStringLiteral("Exporting %1 to %2").arg(FDataSetName, QFileInfo(fileName).fileName()));
         exporter->Export(fileName);
         for (const QString& n : notes) Log(n);
-        if (exporter->Canceled()) Log(QStringLiteral("Export stopped: no file was written."));
-        else Log(QStringLiteral("Done: %1 records exported.").arg(exporter->RecordCount()));
+        if (exporter->Canceled())
+            Log(QStringLiteral("Export stopped: no file was written."));
+        else
+            Log(QStringLiteral("Done: %1 records exported.").arg(exporter->RecordCount()));
     } catch (const std::exception& e) {
         const QString message = ExceptionMessage(e);
         Log(message);

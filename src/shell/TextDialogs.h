@@ -28,7 +28,34 @@ class TTextImporter;
 // The delimiter and encoding choices both windows offer.
 class TTextFormatBox;
 
-class TfrmTextImport : public QDialog {
+// What both windows have: a file, its delimiter and encoding, a log, and
+// Start and Close.
+class TfrmTextFile : public QDialog {
+    Q_OBJECT
+
+public:
+    QLineEdit* edFileName;
+    QPlainTextEdit* mmoLog;
+    QPushButton *btnStart, *btnClose;
+
+    // Throws for an "Other:" delimiter left empty or an unknown encoding.
+    char16_t GetDelimiter() const;
+    void SetDelimiter(char16_t Delimiter);
+    TEncoding GetEncoding() const;
+    void SetEncoding(const TEncoding& Encoding);
+
+protected:
+    explicit TfrmTextFile(QWidget* Parent);
+    ~TfrmTextFile() override;
+    // The file row, the format choices and then Body, the log, the buttons.
+    void LayOut(QWidget* Body);
+    void Log(const QString& Line);
+
+    QPushButton* btnBrowse;
+    TTextFormatBox* FFormat;
+};
+
+class TfrmTextImport : public TfrmTextFile {
     Q_OBJECT
 
 public:
@@ -36,20 +63,13 @@ public:
     explicit TfrmTextImport(TDLSQLiteDatabase& Database, QWidget* Parent = nullptr);
     ~TfrmTextImport() override;
 
-    QLineEdit* edFileName;
     QRadioButton *rbExistingTable, *rbNewTable;
     QComboBox* cbTables;
     QLineEdit* edNewTable;
     QCheckBox *cbFieldNames, *cbDeleteData, *cbAutoDetect;
-    QPlainTextEdit* mmoLog;
-    QPushButton *btnStart, *btnClose;
 
     // The file's guesses: table, encoding, delimiter, header.
     void SetFileName(const QString& FileName);
-    char16_t GetDelimiter() const;
-    void SetDelimiter(char16_t Delimiter);
-    TEncoding GetEncoding() const;
-    void SetEncoding(const TEncoding& Encoding);
     // Starts the import (or stops the one running).
     void ProcessImport();
     bool Importing() const { return FImporting; }
@@ -67,17 +87,15 @@ private:
     void DetectFirstLine();
     void ImporterProgress(const QString& Message, bool& Canceled);
     void UpdateControls();
-    void Log(const QString& Line);
 
     TDLSQLiteDatabase& FDatabase;
-    TTextFormatBox* FFormat;
     bool FImporting = false;
     bool FCanceled = false;
     QString FImportedTable;
     TTextImporter* FImporter = nullptr;  // the running one, on the stack of ProcessImport
 };
 
-class TfrmTextExport : public QDialog {
+class TfrmTextExport : public TfrmTextFile {
     Q_OBJECT
 
 public:
@@ -87,17 +105,10 @@ public:
                    QWidget* Parent = nullptr);
     ~TfrmTextExport() override;
 
-    QLineEdit* edFileName;
     QCheckBox *cbWritePreamble, *cbSelectedOnly;
-    QPlainTextEdit* mmoLog;
-    QPushButton *btnStart, *btnClose;
 
     QString GetTextFileName() const;
     void SetTextFileName(const QString& FileName);
-    char16_t GetDelimiter() const;
-    void SetDelimiter(char16_t Delimiter);
-    TEncoding GetEncoding() const;
-    void SetEncoding(const TEncoding& Encoding);
     void ProcessExport();
     bool Exporting() const { return FExporter != nullptr; }
 
@@ -106,12 +117,10 @@ protected:
 
 private:
     void ExporterProgress(int Count);
-    void Log(const QString& Line);
 
     TDataSet& FDataSet;
     QString FDataSetName;
     std::vector<int> FRecords;
-    TTextFormatBox* FFormat;
     TDataSetExporter* FExporter = nullptr;  // the running one, on the stack of ProcessExport
 };
 

@@ -8,10 +8,10 @@
 
 #include <QAbstractTableModel>
 #include <QApplication>
+#include <QCache>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QHelpEvent>
-#include <QCache>
 #include <QImage>
 #include <QKeyEvent>
 #include <QLineEdit>
@@ -67,8 +67,10 @@ void TRowRanges::Remove(int First, int Last) {
 }
 
 void TRowRanges::Toggle(int Row) {
-    if (Contains(Row)) Remove(Row, Row);
-    else Add(Row, Row);
+    if (Contains(Row))
+        Remove(Row, Row);
+    else
+        Add(Row, Row);
 }
 
 bool TRowRanges::Contains(int Row) const {
@@ -140,7 +142,8 @@ QString FilterRowCondition(const QString& FieldName, const QString& Text, bool N
     if (t.isEmpty()) return QString();
     const QString name = FilterName(FieldName);
     if (t.compare(QLatin1String("null"), Qt::CaseInsensitive) == 0) return name + QStringLiteral(" IS NULL");
-    if (t.compare(QLatin1String("not null"), Qt::CaseInsensitive) == 0) return name + QStringLiteral(" IS NOT NULL");
+    if (t.compare(QLatin1String("not null"), Qt::CaseInsensitive) == 0)
+        return name + QStringLiteral(" IS NOT NULL");
     static const char* const kOperators[] = {"<>", ">=", "<=", "=", ">", "<"};
     for (const char* op : kOperators) {
         const QLatin1String o(op);
@@ -179,7 +182,8 @@ public:
     }
     QVariant headerData(int Section, Qt::Orientation Orientation, int Role) const override {
         if (!FGrid.FModel) return QVariant();
-        if (Orientation == Qt::Vertical) return Role == Qt::DisplayRole ? QVariant(FGrid.FTop + Section + 1) : QVariant();
+        if (Orientation == Qt::Vertical)
+            return Role == Qt::DisplayRole ? QVariant(FGrid.FTop + Section + 1) : QVariant();
         return FGrid.FModel->headerData(Section, Orientation, Role);
     }
     // The rows the window holds now, without a reset so that the view
@@ -232,12 +236,24 @@ protected:
             return;
         }
         switch (Event->key()) {
-            case Qt::Key_Up: row = std::max(0, row - 1); break;
-            case Qt::Key_Down: row = row + 1; break;
-            case Qt::Key_PageUp: row = std::max(0, row - page); break;
-            case Qt::Key_PageDown: row = row + page; break;
-            case Qt::Key_Left: col = std::max(0, col - 1); break;
-            case Qt::Key_Right: col = std::min(cols - 1, col + 1); break;
+            case Qt::Key_Up:
+                row = std::max(0, row - 1);
+                break;
+            case Qt::Key_Down:
+                row = row + 1;
+                break;
+            case Qt::Key_PageUp:
+                row = std::max(0, row - page);
+                break;
+            case Qt::Key_PageDown:
+                row = row + page;
+                break;
+            case Qt::Key_Left:
+                col = std::max(0, col - 1);
+                break;
+            case Qt::Key_Right:
+                col = std::min(cols - 1, col + 1);
+                break;
             case Qt::Key_Home:
                 if (ctrl) row = 0;
                 col = 0;
@@ -331,10 +347,13 @@ public:
 
     void initStyleOption(QStyleOptionViewItem* Option, const QModelIndex& Index) const override {
         QStyledItemDelegate::initStyleOption(Option, Index);
-        if (FGrid.IsSelected(FGrid.FTop + Index.row(), Index.column())) Option->state |= QStyle::State_Selected;
-        else Option->state &= ~QStyle::State_Selected;
+        if (FGrid.IsSelected(FGrid.FTop + Index.row(), Index.column()))
+            Option->state |= QStyle::State_Selected;
+        else
+            Option->state &= ~QStyle::State_Selected;
     }
-    void paint(QPainter* Painter, const QStyleOptionViewItem& Option, const QModelIndex& Index) const override {
+    void paint(QPainter* Painter, const QStyleOptionViewItem& Option,
+               const QModelIndex& Index) const override {
         if (FGrid.FShowImages && PaintImage(Painter, Option, Index)) return;
         QStyledItemDelegate::paint(Painter, Option, Index);
         if (FGrid.FAdjustColumnByText) {
@@ -370,7 +389,9 @@ private:
     // its ends, so a buffer reused by another value is not mistaken for it.
     const QImage* Thumbnail(const QByteArray& Bytes, const QSize& Size) const {
         QByteArray key;
-        const auto add = [&key](const auto& Part) { key.append(reinterpret_cast<const char*>(&Part), sizeof Part); };
+        const auto add = [&key](const auto& Part) {
+            key.append(reinterpret_cast<const char*>(&Part), sizeof Part);
+        };
         add(Bytes.constData());
         add(Bytes.size());
         add(Size.width());
@@ -455,11 +476,14 @@ void TBrindleDBGrid::SetModel(TDataSetModel* Model) {
         connect(FModel, &QAbstractItemModel::modelReset, this, [this] { ModelReset(); });
         connect(FModel, &QAbstractItemModel::rowsInserted, this, [this] { RowsGrew(); });
         connect(FModel, &QAbstractItemModel::rowsRemoved, this, [this] { RowsGrew(); });
-        connect(FModel, &QAbstractItemModel::dataChanged, this, [this](const QModelIndex& A, const QModelIndex& B) {
-            const int first = std::max(A.row() - FTop, 0), last = std::min(B.row() - FTop, FWindow->rowCount() - 1);
-            if (first <= last)
-                emit FWindow->dataChanged(FWindow->index(first, A.column()), FWindow->index(last, B.column()));
-        });
+        connect(FModel, &QAbstractItemModel::dataChanged, this,
+                [this](const QModelIndex& A, const QModelIndex& B) {
+                    const int first = std::max(A.row() - FTop, 0),
+                              last = std::min(B.row() - FTop, FWindow->rowCount() - 1);
+                    if (first <= last)
+                        emit FWindow->dataChanged(FWindow->index(first, A.column()),
+                                                  FWindow->index(last, B.column()));
+                });
     }
     ModelReset();
 }
@@ -497,7 +521,8 @@ void TBrindleDBGrid::ModelReset() {
     FWindow->Reset(std::min(RowCount(), VisibleRowCount() + 1));
     UpdateScrollRange();
     RebuildFilterRow();
-    if (!FLockedColumns) AdjustColumns();
+    if (!FLockedColumns)
+        AdjustColumns();
     else {
         // The same fields keep the widths they had.
         for (int c = 0; c < FWindow->columnCount() && c < static_cast<int>(FWidths.size()); ++c)
@@ -559,15 +584,18 @@ void TBrindleDBGrid::SetTop(int Top) {
 }
 
 void TBrindleDBGrid::MakeVisible(int Row) {
-    if (Row < FTop) SetTop(Row);
-    else if (Row >= FTop + VisibleRowCount()) SetTop(Row - VisibleRowCount() + 1);
+    if (Row < FTop)
+        SetTop(Row);
+    else if (Row >= FTop + VisibleRowCount())
+        SetTop(Row - VisibleRowCount() + 1);
 }
 
 void TBrindleDBGrid::SyncViewCurrent() {
     const bool was = FSyncing;
     FSyncing = true;
     if (FCurRow >= FTop && FCurRow < FTop + FWindow->rowCount() && FCurCol < FWindow->columnCount())
-        FView->selectionModel()->setCurrentIndex(FWindow->index(FCurRow - FTop, FCurCol), QItemSelectionModel::NoUpdate);
+        FView->selectionModel()->setCurrentIndex(FWindow->index(FCurRow - FTop, FCurCol),
+                                                 QItemSelectionModel::NoUpdate);
     else
         FView->selectionModel()->setCurrentIndex(QModelIndex(), QItemSelectionModel::NoUpdate);
     FSyncing = was;
@@ -615,7 +643,8 @@ void TBrindleDBGrid::MoveTo(int Row, int Column, Qt::KeyboardModifiers Modifiers
 bool TBrindleDBGrid::IsSelected(int Row, int Column) const {
     if (!FSelRows.Contains(Row)) return false;
     // One row under the cursor is the current row, not a selection.
-    if (FSelRows.Count() == 1 && Row == FCurRow && (!FCellSelect || FSelColFirst == FSelColLast)) return false;
+    if (FSelRows.Count() == 1 && Row == FCurRow && (!FCellSelect || FSelColFirst == FSelColLast))
+        return false;
     return !FCellSelect || (Column >= FSelColFirst && Column <= FSelColLast);
 }
 
@@ -697,7 +726,8 @@ QStringList TBrindleDBGrid::GetSelectedFieldNames() const {
     QStringList names;
     if (!FModel) return names;
     const int first = FCellSelect ? std::max(0, FSelColFirst) : 0;
-    const int last = FCellSelect ? std::min(FSelColLast, FModel->columnCount() - 1) : FModel->columnCount() - 1;
+    const int last =
+        FCellSelect ? std::min(FSelColLast, FModel->columnCount() - 1) : FModel->columnCount() - 1;
     for (int c = first; c <= last; ++c)
         if (const TField* f = FieldOf(c); f && f->FFieldKind == fkData) names << f->FieldName();
     return names;
@@ -716,8 +746,10 @@ void TBrindleDBGrid::ClickHeader(int Column, bool Add) {
     auto it = std::find_if(FSort.begin(), FSort.end(),
                            [&](const TGridSortColumn& c) { return c.FieldName == field->FieldName(); });
     if (Add) {
-        if (it != FSort.end()) it->Descending = !it->Descending;
-        else FSort.push_back({field->FieldName(), false});
+        if (it != FSort.end())
+            it->Descending = !it->Descending;
+        else
+            FSort.push_back({field->FieldName(), false});
     } else {
         const bool descending = it != FSort.end() && FSort.size() == 1 && !it->Descending;
         FSort = {{field->FieldName(), descending}};
@@ -750,7 +782,8 @@ void TBrindleDBGrid::SortGrid() {
     if (!FSort.empty()) {
         for (int c = 0; c < FWindow->columnCount(); ++c)
             if (const TField* f = FieldOf(c); f && f->FieldName() == FSort.front().FieldName)
-                header->setSortIndicator(c, FSort.front().Descending ? Qt::DescendingOrder : Qt::AscendingOrder);
+                header->setSortIndicator(c,
+                                         FSort.front().Descending ? Qt::DescendingOrder : Qt::AscendingOrder);
     }
     ClearSelection();
     emit SortChanged();
@@ -766,8 +799,9 @@ void TBrindleDBGrid::SetFilterRowVisible(bool Value) {
 }
 
 QLineEdit* TBrindleDBGrid::FilterEditor(int Column) const {
-    return Column >= 0 && Column < static_cast<int>(FFilterEdits.size()) ? FFilterEdits[static_cast<size_t>(Column)]
-                                                                           : nullptr;
+    return Column >= 0 && Column < static_cast<int>(FFilterEdits.size())
+               ? FFilterEdits[static_cast<size_t>(Column)]
+               : nullptr;
 }
 
 void TBrindleDBGrid::RebuildFilterRow() {
@@ -787,8 +821,10 @@ void TBrindleDBGrid::RebuildFilterRow() {
         edit->setEnabled(field && field->FFieldKind == fkData && !field->IsBlob());
         edit->setText(FFilterTexts.value(name));
         connect(edit, &QLineEdit::textChanged, this, [this, name](const QString& Text) {
-            if (Text.isEmpty()) FFilterTexts.remove(name);
-            else FFilterTexts.insert(name, Text);
+            if (Text.isEmpty())
+                FFilterTexts.remove(name);
+            else
+                FFilterTexts.insert(name, Text);
         });
         connect(edit, &QLineEdit::returnPressed, this, [this] { ApplyFilterRow(); });
         // The cell widens with what is typed.
@@ -823,8 +859,8 @@ QString TBrindleDBGrid::FilterRowText() const {
         const TField* field = FieldOf(static_cast<int>(c));
         if (!field) continue;
         const TFieldType t = field->DataType();
-        const bool numeric = t == ftSmallint || t == ftInteger || t == ftWord || t == ftLargeint || t == ftAutoInc ||
-                             t == ftFloat || t == ftCurrency || t == ftBCD || t == ftFMTBcd;
+        const bool numeric = t == ftSmallint || t == ftInteger || t == ftWord || t == ftLargeint ||
+                             t == ftAutoInc || t == ftFloat || t == ftCurrency || t == ftBCD || t == ftFMTBcd;
         const QString condition = FilterRowCondition(field->FieldName(), FFilterEdits[c]->text(), numeric);
         if (!condition.isEmpty()) parts << u'(' + condition + u')';
     }
@@ -901,7 +937,8 @@ void TBrindleDBGrid::UpdateColumnWidth(int Column, const QString& Text) {
     if (field->DataType() == ftCurrency) line.prepend(u'$');
     int width = std::clamp(FView->fontMetrics().horizontalAdvance(line) + 8, 64, 400);
     const TFieldType t = field->DataType();
-    if (t == ftDate || t == ftTime || t == ftDateTime) width += FView->style()->pixelMetric(QStyle::PM_ScrollBarExtent);
+    if (t == ftDate || t == ftTime || t == ftDateTime)
+        width += FView->style()->pixelMetric(QStyle::PM_ScrollBarExtent);
     int& stored = FWidths[static_cast<size_t>(Column)];
     if (width <= stored) return;
     stored = width;
@@ -920,7 +957,8 @@ void TBrindleDBGrid::UpdateColumnWidth(int Column, const QString& Text) {
 void TBrindleDBGrid::FixColumnWidths() {
     const QFontMetrics fm(FView->horizontalHeader()->font());
     for (int c = 0; c < FWindow->columnCount(); ++c) {
-        const int least = fm.horizontalAdvance(FModel->headerData(c, Qt::Horizontal, Qt::DisplayRole).toString()) + 8;
+        const int least =
+            fm.horizontalAdvance(FModel->headerData(c, Qt::Horizontal, Qt::DisplayRole).toString()) + 8;
         if (FView->columnWidth(c) < least) FView->setColumnWidth(c, least);
     }
 }
@@ -928,7 +966,8 @@ void TBrindleDBGrid::FixColumnWidths() {
 void TBrindleDBGrid::SetCellAutoHeight(bool Value) {
     FCellAutoHeight = Value;
     FView->setWordWrap(Value);
-    if (Value) FView->resizeRowsToContents();
+    if (Value)
+        FView->resizeRowsToContents();
     else
         for (int r = 0; r < FWindow->rowCount(); ++r)
             FView->setRowHeight(r, FView->verticalHeader()->defaultSectionSize());

@@ -57,8 +57,9 @@ protected:
         db.GetValues(QStringLiteral("select name from pragma_table_info('%1')").arg(Table), names);
         for (const QString& n : names)
             columns << QStringLiteral("typeof(\"%1\") || ':' || quote(\"%1\")").arg(n);
-        return Value(QStringLiteral("select group_concat(r, ' | ') from (select %1 as r from \"%2\" order by rowid)")
-                         .arg(columns.join(QStringLiteral(" || ',' || ")), Table));
+        return Value(
+            QStringLiteral("select group_concat(r, ' | ') from (select %1 as r from \"%2\" order by rowid)")
+                .arg(columns.join(QStringLiteral(" || ',' || ")), Table));
     }
 
     TempDir dir;
@@ -128,7 +129,8 @@ TEST_F(TextDialogsTest, AStopOrABrokenFileLeavesTheTableAsItWas) {
     form.ProcessImport();
     EXPECT_FALSE(form.Importing());
     EXPECT_EQ(form.btnStart->text(), QStringLiteral("Start"));
-    EXPECT_TRUE(form.mmoLog->toPlainText().contains(QLatin1String("Import stopped"))) << form.mmoLog->toPlainText().toStdString();
+    EXPECT_TRUE(form.mmoLog->toPlainText().contains(QLatin1String("Import stopped")))
+        << form.mmoLog->toPlainText().toStdString();
     EXPECT_TRUE(form.ImportedTable().isEmpty());
     EXPECT_EQ(Rows(QStringLiteral("t")), before);
 
@@ -177,7 +179,8 @@ TEST_F(TextDialogsTest, ExportOfAllOrChosenRowsReadsBackTheSame) {
     }
     QFile chosen(dir.file(QStringLiteral("chosen.tsv")));
     ASSERT_TRUE(chosen.open(QIODevice::ReadOnly));
-    EXPECT_EQ(chosen.readAll(), QByteArray("id\tt\tr\tb\r\n2\t\t1.0e+300\t[BLOB_DATA]\r\n4\t lead\t3.0\t[BLOB_DATA]\r\n"));
+    EXPECT_EQ(chosen.readAll(),
+              QByteArray("id\tt\tr\tb\r\n2\t\t1.0e+300\t[BLOB_DATA]\r\n4\t lead\t3.0\t[BLOB_DATA]\r\n"));
 
     // What was written comes back through the import as it was stored.
     db.Execute(QStringLiteral("create table back(id integer primary key, t text, r real, b blob)"));
