@@ -11,6 +11,7 @@ namespace brindle {
 // the value, which the exporter quotes for that reason.
 bool TCSVParser::ReadRow(TTextRow& Row) {
     Row.Clear(FLine);
+    if (FEof) return false;  // nothing is read behind the end, a code 0 included
     TParserState state = psNone;
     bool eol = false;
     bool quoted = false;   // the value being read began with a quote

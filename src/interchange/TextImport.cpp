@@ -82,20 +82,18 @@ TDecimal Normalize(const char* First, const char* Last) {
 }
 
 // A number in the fixed format settings (decimal point, optional exponent)
-// whose value a double holds: more digits than a double keeps would be
-// changed by storing it as one, so such a text stays text.
+// whose value a double holds to every digit written: more digits than a
+// double keeps would be changed by storing it as one, so such a text stays
+// text.
 bool IsFloatText(QStringView Value) {
     char text[kMaxNumberLength];
     qsizetype length = 0;
     if (!AsciiNumberText(Value, text, length) || length == 0) return false;
     // from_chars also reads "inf" and "nan"; only digits, point, sign and
     // exponent are numbers here.
-    int digits = 0;
     for (qsizetype i = 0; i < length; ++i) {
         const char c = text[i];
-        if (c >= '0' && c <= '9')
-            ++digits;
-        else if (c != '.' && c != '-' && c != '+' && c != 'e' && c != 'E')
+        if (!((c >= '0' && c <= '9') || c == '.' || c == '-' || c == '+' || c == 'e' || c == 'E'))
             return false;
     }
     const char* first = text;
@@ -103,10 +101,14 @@ bool IsFloatText(QStringView Value) {
     double number = 0;
     const auto [end, error] = std::from_chars(first, text + length, number, std::chars_format::general);
     if (error != std::errc() || end != text + length || first == end) return false;
+    const TDecimal written = Normalize(first, end);
+    const int digits = static_cast<int>(written.Digits.size());
     if (digits <= 15) return true;  // every such decimal survives a double
-    char shortest[32];
-    const auto written = std::to_chars(shortest, shortest + sizeof shortest, number);
-    return Normalize(first, end) == Normalize(shortest, written.ptr);
+    // The double to as many digits as the text has must give them back.
+    char again[400];
+    const auto r =
+        std::to_chars(again, again + sizeof again, number, std::chars_format::scientific, digits - 1);
+    return r.ec == std::errc() && Normalize(again, r.ptr) == written;
 }
 
 bool IsBooleanText(QStringView Value) {
@@ -535,7 +537,7 @@ static void InternalImport(TImportRun Run, QIODevice& Stream, char16_t Delimiter
             }
         }
     }
-    progress();
+    if (parser->Eof() && !im.Canceled()) progress();
     if (Run.Result.ShortRows > 0)
         im.FErrors << QStringLiteral(
                           "%1 rows had fewer values than columns, the first on line %2; their other "
