@@ -12,6 +12,7 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QStringEncoder>
 #include <charconv>
 #include <string>
 
@@ -239,21 +240,43 @@ public:
         FHandle = Database.CreateSQLHandle(FSQL);
         Database.Prepare(*FHandle);
         FColumnCount = static_cast<int>(Columns.size());
+        FUtf8File = Database.Unicode() && Database.GetEncoding() == 65001;
+        FSpans.resize(Columns.size());
     }
 
+    // Text goes in the file's own encoding where that is UTF-8: made here
+    // for the whole row in one buffer, it spares the engine a conversion
+    // and an allocation per value.
     void AppendRecord(const QStringList&, const TTextRow& Values) override {
         TSQLite3Driver& drv = *SQLite3Driver;
         sqlite3_stmt* stmt = FHandle->FSQLHandle;
+        const int count = std::min(FColumnCount, Values.Count());
+        if (FUtf8File) {
+            qsizetype room = 0;
+            for (int i = 0; i < count; ++i) room += FEncoder.requiredSpace(Values.Value(i).size());
+            if (FUtf8.size() < room) FUtf8.resize(room);
+            char* const begin = FUtf8.data();
+            char* out = begin;
+            for (int i = 0; i < count; ++i) {
+                char* const start = out;
+                if (!Values.IsNull(i)) out = FEncoder.appendToBuffer(out, Values.Value(i));
+                FSpans[static_cast<size_t>(i)] = {start - begin, out - start};
+            }
+        }
         for (int i = 0; i < FColumnCount; ++i) {
             int rc;
-            if (i >= Values.Count() || Values.IsNull(i)) {
+            if (i >= count || Values.IsNull(i)) {
                 rc = drv.sqlite3_bind_null(stmt, i + 1);
             } else if (const QStringView value = Values.Value(i); IsBinaryValue(value, Values.IsQuoted(i))) {
                 const QByteArray bytes = BinaryValue(value);
                 rc = drv.sqlite3_bind_blob(stmt, i + 1, bytes.constData(), static_cast<int>(bytes.size()),
                                            SQLITE_TRANSIENT);
+            } else if (FUtf8File) {
+                // The buffer holds still until the step.
+                const auto [start, length] = FSpans[static_cast<size_t>(i)];
+                rc = drv.sqlite3_bind_text(stmt, i + 1, FUtf8.constData() + start, static_cast<int>(length),
+                                           SQLITE_STATIC);
             } else {
-                // The row's memory holds still until the step.
                 rc = drv.sqlite3_bind_text16(stmt, i + 1, value.utf16(), static_cast<int>(value.size() * 2),
                                              SQLITE_STATIC);
             }
@@ -282,6 +305,10 @@ private:
     std::unique_ptr<TSQLiteSQLHandle> FHandle;
     int FColumnCount = 0;
     bool FBroken = false;
+    bool FUtf8File = false;
+    QStringEncoder FEncoder{QStringEncoder::Utf8, QStringConverter::Flag::Stateless};
+    QByteArray FUtf8;
+    std::vector<std::pair<qsizetype, qsizetype>> FSpans;  // per column: offset and length in FUtf8
 };
 
 QString LineMessage(qint64 Line, const QString& Message) {
