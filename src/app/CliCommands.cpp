@@ -768,6 +768,9 @@ void cmdExport(const Options& o, QTextStream& out, QTextStream& err) {
     openDatabase(db, o, file);
     QString sql = o.exportSQL;
     QString target = o.positional.value(2);
+    // Rows to write, and nothing changed on the way.
+    if (!sql.isEmpty() && !db.HasSQLCursor(sql))
+        throw ECustomException(QStringLiteral("Only a SELECT (or a PRAGMA or EXPLAIN) can be exported."));
     if (sql.isEmpty()) {
         const QString table = o.positional.value(2);
         if (!db.TableExists(table) && !db.ViewExists(table))

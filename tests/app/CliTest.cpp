@@ -646,6 +646,11 @@ TEST(Cli, ImportRefusalsLeaveTheFileAsItWas) {
         run({QStringLiteral("export"), db, QStringLiteral("missing"), dir.file(QStringLiteral("o.csv"))}).err,
         QStringLiteral("No table named missing\n"));
     EXPECT_EQ(run({QStringLiteral("export"), db, QStringLiteral("t")}).code, 2);
+    EXPECT_EQ(run({QStringLiteral("export"), db, QStringLiteral("--sql"), QStringLiteral("delete from t"),
+                   dir.file(QStringLiteral("o.csv"))})
+                  .err,
+              QStringLiteral("Only a SELECT (or a PRAGMA or EXPLAIN) can be exported.\n"));
+    EXPECT_EQ(brindle::test::readFile(db), before);
 }
 
 // Ctrl+C in the middle of a long import: the rows so far are rolled back

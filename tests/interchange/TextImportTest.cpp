@@ -94,7 +94,10 @@ TEST(TextImportDataSet, PasteMakesFieldsFromTheHeaderAndLoadsEveryRow) {
     // A header naming a column twice, whatever the case.
     EXPECT_EQ(Failure([&] { TextStreamToMemDataSet(m, *Stream("A,b,a\n1,2,3\n"), TEncoding::UTF8(), u','); }),
               QStringLiteral("Error: duplicate field name: 'a'"));
-    // Nothing at all gives no fields.
+    // Nothing at all gives no fields, and a paste of it an empty set.
+    TextStreamToMemDataSet(m, *Stream(""), TEncoding::UTF8(), u',');
+    EXPECT_EQ(m.Fields().Count(), 0);
+    EXPECT_EQ(m.GetRecordCount(), 0);
     TTextImporter importer;
     TDLMemDataSet empty;
     importer.DetectFields(empty, *Stream(""), true, u',', TEncoding::UTF8(), true);
