@@ -445,6 +445,8 @@ std::vector<TFieldInfo> TTextImporter::ScanFields(QIODevice& Stream, bool AutoDe
         if (counter > 0) {
             try {
                 parser->ReadRow(row);
+            } catch (const ETextDecodeError&) {
+                throw;  // nothing behind such bytes can be read
             } catch (...) {
                 // The import reads the same row again and decides then.
                 if (!FIgnoreErrors) RethrowAtLine(row.Line());
@@ -494,12 +496,10 @@ struct TImportRun {
     TTextImportResult& Result;
 };
 
-}  // namespace
-
 // Rows from the start of the stream into Dest. With SkipFirstRow the first
 // row is a header, whose names replace FieldNames when TakeHeaderNames.
-static void InternalImport(TImportRun Run, QIODevice& Stream, char16_t Delimiter, const TEncoding& Encoding,
-                           bool SkipFirstRow, bool TakeHeaderNames) {
+void InternalImport(TImportRun Run, QIODevice& Stream, char16_t Delimiter, const TEncoding& Encoding,
+                    bool SkipFirstRow, bool TakeHeaderNames) {
     TTextImporter& im = Run.Importer;
     if (im.Canceled()) return;
     SeekStart(Stream);
@@ -511,7 +511,7 @@ static void InternalImport(TImportRun Run, QIODevice& Stream, char16_t Delimiter
             parser->ReadRow(row);
             if (TakeHeaderNames) {
                 Run.FieldNames.clear();
-                for (int i = 0; i < row.Count(); ++i) Run.FieldNames << row.Value(i).toString();
+                for (int i = 0; i < row.Count(); ++i) Run.FieldNames << FieldName(row, i, true);
             }
         } catch (...) {
             try {
@@ -573,12 +573,14 @@ static void InternalImport(TImportRun Run, QIODevice& Stream, char16_t Delimiter
                           .arg(firstShortLine);
 }
 
-static QStringList VisibleFieldNames(TDataSet& DataSet) {
+QStringList VisibleFieldNames(TDataSet& DataSet) {
     QStringList names;
     for (int i = 0; i < DataSet.Fields().Count(); ++i)
         if (DataSet.Fields()[i].FVisible) names << DataSet.Fields()[i].FieldName();
     return names;
 }
+
+}  // namespace
 
 void TTextImporter::LoadDataSet(TDataSet& DataSet, QIODevice& Stream, char16_t Delimiter,
                                 const TEncoding& Encoding, bool SkipFirstRow) {
@@ -752,7 +754,9 @@ void TextStreamToMemDataSet(TDLMemDataSet& DataSet, QIODevice& Stream, const TEn
 }
 
 TTableGuess GuessTable(const QString& FileName, const QStringList& TableNames) {
-    const QString base = QFileInfo(FileName).completeBaseName();
+    // A dot would read as a database name before the table's.
+    QString base = QFileInfo(FileName).completeBaseName();
+    base.replace(u'.', u'_');
     for (const QString& name : TableNames)
         if (SameObject(name, base)) return {name, true};
     return {base, false};

@@ -292,7 +292,7 @@ TEST(TextImportGuesses, TableAndFirstLine) {
     EXPECT_EQ(GuessTable(QStringLiteral("/tmp/x/orders.csv"), tables).TableName, QStringLiteral("Orders"));
     EXPECT_TRUE(GuessTable(QStringLiteral("/tmp/x/orders.csv"), tables).Exists);
     EXPECT_EQ(GuessTable(QStringLiteral("/tmp/x/new.data.csv"), tables).TableName,
-              QStringLiteral("new.data"));
+              QStringLiteral("new_data"));
     EXPECT_FALSE(GuessTable(QStringLiteral("new.data.csv"), tables).Exists);
 
     TempDir dir;
@@ -303,5 +303,6 @@ TEST(TextImportGuesses, TableAndFirstLine) {
     EXPECT_FALSE(firstLine("1,2.5\n2,3\n"));
     EXPECT_TRUE(firstLine("name,city\nann,paris\nbob,rome\n"));
     EXPECT_FALSE(firstLine("ann,ann\nbob,rome\n"));
+    EXPECT_TRUE(firstLine("a,b\n1,2\n\xFF,3\n"));  // what it could read, and no more
     EXPECT_EQ(DetectDelimiter(dir.write(QStringLiteral("g.csv"), "a;b\n1;2\n"), TEncoding::UTF8()), u';');
 }
