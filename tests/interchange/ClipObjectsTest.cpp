@@ -17,47 +17,31 @@ const QString kAwkward = QStringLiteral("it's \"x\"\r\nnext\tline; Größe ☃ �
 
 TEST(ClipObjectsTest, FieldsAreWrittenInTheStreamedTextForm) {
     TClipFields clip;
-    clip.Items.push_back({QStringLiteral("id"),
-                          QStringLiteral("INTEGER"),
-                          QStringLiteral("INTEGER"),
-                          {},
-                          {},
-                          QStringLiteral("True"),
-                          QStringLiteral("ABORT"),
-                          {},
-                          {},
-                          {},
-                          {}});
-    clip.Items.push_back({QStringLiteral("it's"),
-                          QStringLiteral("VARCHAR(10)"),
-                          QStringLiteral("VARCHAR"),
-                          QStringLiteral("10"),
-                          {},
-                          QStringLiteral("False"),
-                          {},
-                          QStringLiteral("'a'"),
-                          QStringLiteral("NOCASE"),
-                          {},
-                          {}});
-    EXPECT_EQ(ComponentToBytes(clip), QByteArray("object TClipFields\r\n"
-                                                 "  Items = <\r\n"
-                                                 "    item\r\n"
-                                                 "      FieldName = 'id'\r\n"
-                                                 "      DeclaredType = 'INTEGER'\r\n"
-                                                 "      FieldType = 'INTEGER'\r\n"
-                                                 "      NotNull = 'True'\r\n"
-                                                 "      NotNullOnConflict = 'ABORT'\r\n"
-                                                 "    end\r\n"
-                                                 "    item\r\n"
-                                                 "      FieldName = 'it''s'\r\n"
-                                                 "      DeclaredType = 'VARCHAR(10)'\r\n"
-                                                 "      FieldType = 'VARCHAR'\r\n"
-                                                 "      Size = '10'\r\n"
-                                                 "      NotNull = 'False'\r\n"
-                                                 "      DefaultValue = '''a'''\r\n"
-                                                 "      Collate = 'NOCASE'\r\n"
-                                                 "    end>\r\n"
-                                                 "end\r\n"));
+    clip.Items.push_back({QStringLiteral("id"), QStringLiteral("INTEGER"), QStringLiteral("INTEGER"), {}, {},
+                          QStringLiteral("True"), QStringLiteral("ABORT"), {}, {}, {}, {}});
+    clip.Items.push_back({QStringLiteral("it's"), QStringLiteral("VARCHAR(10)"), QStringLiteral("VARCHAR"),
+                          QStringLiteral("10"), {}, QStringLiteral("False"), {}, QStringLiteral("'a'"),
+                          QStringLiteral("NOCASE"), {}, {}});
+    EXPECT_EQ(ComponentToBytes(clip),
+              QByteArray("object TClipFields\r\n"
+                         "  Items = <\r\n"
+                         "    item\r\n"
+                         "      FieldName = 'id'\r\n"
+                         "      DeclaredType = 'INTEGER'\r\n"
+                         "      FieldType = 'INTEGER'\r\n"
+                         "      NotNull = 'True'\r\n"
+                         "      NotNullOnConflict = 'ABORT'\r\n"
+                         "    end\r\n"
+                         "    item\r\n"
+                         "      FieldName = 'it''s'\r\n"
+                         "      DeclaredType = 'VARCHAR(10)'\r\n"
+                         "      FieldType = 'VARCHAR'\r\n"
+                         "      Size = '10'\r\n"
+                         "      NotNull = 'False'\r\n"
+                         "      DefaultValue = '''a'''\r\n"
+                         "      Collate = 'NOCASE'\r\n"
+                         "    end>\r\n"
+                         "end\r\n"));
     TClipFields back;
     ASSERT_TRUE(BytesToComponent(ComponentToBytes(clip), back));
     EXPECT_EQ(back, clip);
@@ -92,13 +76,10 @@ TEST(ClipObjectsTest, ObjectListsAndTriggersUseStringListsAndBooleans) {
 
 TEST(ClipObjectsTest, AwkwardValuesSurviveEveryClass) {
     TClipIndexes indexes;
-    indexes.Items.push_back(
-        {kAwkward,
-         QStringLiteral("Unique"),
-         QStringLiteral("REPLACE"),
-         {{kAwkward, QStringLiteral("NOCASE"), QStringLiteral("DESC"), QStringLiteral("False")},
-          {QStringLiteral("b"), {}, {}, QStringLiteral("False")}},
-         QStringLiteral("a > 'x'")});
+    indexes.Items.push_back({kAwkward, QStringLiteral("Unique"), QStringLiteral("REPLACE"),
+                             {{kAwkward, QStringLiteral("NOCASE"), QStringLiteral("DESC"), QStringLiteral("False")},
+                              {QStringLiteral("b"), {}, {}, QStringLiteral("False")}},
+                             QStringLiteral("a > 'x'")});
     indexes.Items.push_back({QStringLiteral("pk"), QStringLiteral("Primary"), {}, {}, {}});
     TClipIndexes indexesBack;
     const QByteArray bytes = ComponentToBytes(indexes);
@@ -108,9 +89,8 @@ TEST(ClipObjectsTest, AwkwardValuesSurviveEveryClass) {
     EXPECT_EQ(indexesBack, indexes);
 
     TClipTriggers triggers;
-    triggers.Items.push_back({kAwkward,
-                              QStringLiteral("CREATE TRIGGER [ä] AFTER INSERT ON t\r\nBEGIN\r\n  "
-                                             "select 'it''s';\r\nEND"),
+    triggers.Items.push_back({kAwkward, QStringLiteral("CREATE TRIGGER [ä] AFTER INSERT ON t\r\nBEGIN\r\n  "
+                                                       "select 'it''s';\r\nEND"),
                               false});
     TClipTriggers triggersBack;
     ASSERT_TRUE(BytesToComponent(ComponentToBytes(triggers), triggersBack));
@@ -143,17 +123,16 @@ TEST(ClipObjectsTest, AwkwardValuesSurviveEveryClass) {
 }
 
 TEST(ClipObjectsTest, ReaderTakesJoinedPiecesRawTextAndOtherNames) {
-    const QByteArray text = QStringLiteral(
-                                "object Clip1: TClipCheckConstraints\n"
-                                "  Items = <\n"
-                                "    item\n"
-                                "      ConstraintName = 'Größe'\n"
-                                "      Expression = 'a > 1 ' +\n"
-                                "        'and b'#10 + 'c'\n"
-                                "      Unknown = 12\n"
-                                "      Flag = False\n"
-                                "    end>\n"
-                                "end")
+    const QByteArray text = QStringLiteral("object Clip1: TClipCheckConstraints\n"
+                                           "  Items = <\n"
+                                           "    item\n"
+                                           "      ConstraintName = 'Größe'\n"
+                                           "      Expression = 'a > 1 ' +\n"
+                                           "        'and b'#10 + 'c'\n"
+                                           "      Unknown = 12\n"
+                                           "      Flag = False\n"
+                                           "    end>\n"
+                                           "end")
                                 .toUtf8();
     TClipCheckConstraints clip;
     ASSERT_TRUE(BytesToComponent(text, clip));
