@@ -1,29 +1,29 @@
 #include "CliCommands.h"
 
 #include "data/DLQuery.h"
+#include "interchange/CSVWriter.h"
+#include "interchange/TextExport.h"
+#include "interchange/TextImport.h"
+#include "tools/Encodings.h"
+#include "workbench/SQLExecution.h"
 #include "engine/DLObjectNames.h"
 #include "engine/DLQuoteTools.h"
 #include "engine/DLSQLite3API.h"
 #include "engine/DLSQLiteDatabase.h"
 #include "engine/Exceptions.h"
-#include "engine/SQLScanner.h"
-#include "interchange/CSVWriter.h"
-#include "interchange/TextExport.h"
-#include "interchange/TextImport.h"
 #include "schema/DLSQLiteMetadata.h"
 #include "schema/DLSQLiteParser.h"
 #include "schema/DLSchemaReader.h"
 #include "schema/DMBrindle.h"
-#include "tools/Encodings.h"
-#include "workbench/SQLExecution.h"
+#include "engine/SQLScanner.h"
 
-#include <unistd.h>
 #include <QBuffer>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <atomic>
 #include <csignal>
+#include <unistd.h>
 #include <functional>
 #include <map>
 #include <utility>
@@ -81,14 +81,10 @@ const char* const kUsage =
     "                 writes a table or a query's rows as CSV (UTF-8 unless\n"
     "                 told) or TSV; OUT is replaced only when complete\n";
 
-QString yesNo(bool v) {
-    return v ? QStringLiteral("yes") : QStringLiteral("no");
-}
+QString yesNo(bool v) { return v ? QStringLiteral("yes") : QStringLiteral("no"); }
 
 // Messages of the program carry CRLF line ends; a terminal wants LF.
-QString forTerminal(QString s) {
-    return s.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
-}
+QString forTerminal(QString s) { return s.replace(QStringLiteral("\r\n"), QStringLiteral("\n")); }
 
 void loadLibrary(const Options& o) {
     if (!SQLite3Driver->sqlite3drv_load_library(o.library)) {
@@ -113,7 +109,7 @@ void cmdInfo(const Options& o, QTextStream& out) {
     openDatabase(db, o, o.positional.value(1));
     TSQLite3Driver& d = *SQLite3Driver;
     const QString lib = d.sqlite3drv_filename() == SQLITE_INTERNAL_LIB ? QStringLiteral("[internal]")
-                                                                       : d.sqlite3drv_filename();
+                                                                      : d.sqlite3drv_filename();
     out << "SQLite library: " << lib << "\n";
     out << "Version: " << d.sqlite3drv_libversion() << "\n";
     out << "Thread safe: " << yesNo(d.sqlite3_threadsafe() != 0) << "\n";
@@ -166,13 +162,9 @@ void cmdSchema(const Options& o, QTextStream& out) {
 
 // Texts kept verbatim (checks, module arguments, where clauses) may span
 // lines; a tree line holds them on one.
-QString oneLine(const QString& s) {
-    return s.simplified();
-}
+QString oneLine(const QString& s) { return s.simplified(); }
 
-QString bareName(const QString& qualified) {
-    return UnQuoteIdentifier(ExtractObjectName(qualified));
-}
+QString bareName(const QString& qualified) { return UnQuoteIdentifier(ExtractObjectName(qualified)); }
 
 QString databaseOf(const QString& qualified) {
     QString database, name;
@@ -186,9 +178,8 @@ QString columnLine(const TSQLiteTableInfo& t, const TSQLiteFieldInfo& f) {
     if (f.FPrimaryKey > 0) {
         int keyColumns = 0;
         for (int i = 0; i < t.FieldCount(); ++i) keyColumns += t.Field(i).FPrimaryKey > 0;
-        line += keyColumns == 1
-                    ? QStringLiteral(" PRIMARY KEY")
-                    : QStringLiteral(" PRIMARY KEY (%1 of %2)").arg(f.FPrimaryKey).arg(keyColumns);
+        line += keyColumns == 1 ? QStringLiteral(" PRIMARY KEY")
+                                : QStringLiteral(" PRIMARY KEY (%1 of %2)").arg(f.FPrimaryKey).arg(keyColumns);
         if (const auto* key = static_cast<const TSQLiteIndexInfo*>(t.PrimaryKey()))
             for (int i = 0; i < key->IndexFieldCount(); ++i)
                 if (key->Field(i).FFieldName == f.FFieldName && key->Field(i).FAutoincrement)
@@ -234,10 +225,8 @@ QString triggerLine(const TBaseTriggerInfo& tr) {
 QString foreignKeyLine(const TBaseForeignKeyInfo& k) {
     QString line;
     if (!k.FConstraintName.isEmpty()) line += QStringLiteral("CONSTRAINT ") + k.FConstraintName + u' ';
-    line +=
-        u'(' + k.FChildKey.join(QStringLiteral(", ")) + QStringLiteral(") REFERENCES ") + k.FParentTableName;
-    if (!k.FParentKey.isEmpty())
-        line += QStringLiteral(" (") + k.FParentKey.join(QStringLiteral(", ")) + u')';
+    line += u'(' + k.FChildKey.join(QStringLiteral(", ")) + QStringLiteral(") REFERENCES ") + k.FParentTableName;
+    if (!k.FParentKey.isEmpty()) line += QStringLiteral(" (") + k.FParentKey.join(QStringLiteral(", ")) + u')';
     if (!k.FOnDeleteAction.isEmpty()) line += QStringLiteral(" ON DELETE ") + k.FOnDeleteAction.toUpper();
     if (!k.FOnUpdateAction.isEmpty()) line += QStringLiteral(" ON UPDATE ") + k.FOnUpdateAction.toUpper();
     if (!k.FMatchName.isEmpty()) line += QStringLiteral(" MATCH ") + k.FMatchName;
@@ -264,8 +253,7 @@ QString nodeText(const TMetadataBaseItem& item) {
 void printTable(QTextStream& out, const TDLSQLiteMetadata& md, const TSQLiteTableInfo& t) {
     out << "    " << nodeText(t);
     if (t.FIsVirtual) out << " USING " << t.FModuleName;
-    if (t.FIsVirtual && !t.FModuleArguments.trimmed().isEmpty())
-        out << " (" << oneLine(t.FModuleArguments) << ')';
+    if (t.FIsVirtual && !t.FModuleArguments.trimmed().isEmpty()) out << " (" << oneLine(t.FModuleArguments) << ')';
     if (t.FIsWithoutRowID) out << " WITHOUT ROWID";
     out << '\n';
     QStringList lines;
@@ -280,8 +268,7 @@ void printTable(QTextStream& out, const TDLSQLiteMetadata& md, const TSQLiteTabl
     lines.clear();
     for (int i = 0; i < t.CheckConstraintCount(); ++i) {
         const TBaseCheckConstraintInfo& c = t.CheckConstraints(i);
-        lines << (c.FConstraintName.isEmpty() ? QString()
-                                              : QStringLiteral("CONSTRAINT ") + c.FConstraintName + u' ') +
+        lines << (c.FConstraintName.isEmpty() ? QString() : QStringLiteral("CONSTRAINT ") + c.FConstraintName + u' ') +
                      QStringLiteral("CHECK (") + oneLine(c.FExpression) + u')';
     }
     printGroup(out, 3, "checks", lines);
@@ -292,8 +279,7 @@ void printTable(QTextStream& out, const TDLSQLiteMetadata& md, const TSQLiteTabl
     std::vector<TBaseForeignKeyInfo*> referring;
     md.GetReferences(t, QString(), referring);
     for (const TBaseForeignKeyInfo* k : referring)
-        lines << bareName(k->FChildTableName) + QStringLiteral(" (") +
-                     k->FChildKey.join(QStringLiteral(", ")) + u')';
+        lines << bareName(k->FChildTableName) + QStringLiteral(" (") + k->FChildKey.join(QStringLiteral(", ")) + u')';
     printGroup(out, 3, "referenced by", lines);
 }
 
@@ -301,17 +287,15 @@ void printView(QTextStream& out, const TBaseViewInfo& v) {
     out << "    " << nodeText(v) << '\n';
     QStringList lines;
     for (int i = 0; i < v.FieldCount(); ++i)
-        lines << (v.Fields(i).FFullSQLType.isEmpty()
-                      ? v.Fields(i).FFieldName
-                      : v.Fields(i).FFieldName + u' ' + v.Fields(i).FFullSQLType);
+        lines << (v.Fields(i).FFullSQLType.isEmpty() ? v.Fields(i).FFieldName
+                                                     : v.Fields(i).FFieldName + u' ' + v.Fields(i).FFullSQLType);
     printGroup(out, 3, "columns", lines);
     lines.clear();
     for (int i = 0; i < v.TriggerCount(); ++i) lines << triggerLine(v.Triggers(i));
     printGroup(out, 3, "triggers", lines);
     lines.clear();
     for (const TMetadataBaseItem* r : v.FReferences)
-        lines << (databaseOf(r->GetName()) == databaseOf(v.FViewName) ? bareName(r->GetName())
-                                                                      : r->GetName());
+        lines << (databaseOf(r->GetName()) == databaseOf(v.FViewName) ? bareName(r->GetName()) : r->GetName());
     lines.sort(Qt::CaseInsensitive);
     printGroup(out, 3, "depends on", lines);
 }
@@ -471,12 +455,10 @@ void cmdQuery(const Options& o, QTextStream& out) {
 QString readScript(const QString& name) {
     if (name.isEmpty() || name == u"-") {
         QFile f;
-        if (!f.open(stdin, QIODevice::ReadOnly))
-            throw ECustomException(QStringLiteral("Cannot read standard input"));
+        if (!f.open(stdin, QIODevice::ReadOnly)) throw ECustomException(QStringLiteral("Cannot read standard input"));
         return DecodeText(f.readAll(), QStringLiteral("standard input"));
     }
-    if (!QFileInfo(name).isFile())
-        throw ECustomException(QStringLiteral("Cannot open file \"%1\"").arg(name));
+    if (!QFileInfo(name).isFile()) throw ECustomException(QStringLiteral("Cannot open file \"%1\"").arg(name));
     return LoadStrings(name);
 }
 
@@ -497,12 +479,10 @@ void addColumn(TdmBrindle& dm, const QString& definition) {
     scratch.Execute(QStringLiteral("create table t(%1)").arg(definition));
     TDLTableDef def;
     ReadTableDef(scratch, QStringLiteral("t"), def);
-    if (def.FieldCount() != 1)
-        throw ECustomException(QStringLiteral("One column, please: %1").arg(definition));
+    if (def.FieldCount() != 1) throw ECustomException(QStringLiteral("One column, please: %1").arg(definition));
     if (def.IndexCount() > 0 || def.HasUnsupportedClauses())
         throw ECustomException(QStringLiteral("A column of its own key or with clauses of its own cannot be "
-                                              "added here: %1")
-                                   .arg(definition));
+                                              "added here: %1").arg(definition));
     const TDLFieldDef& f = def.Fields(0);
     const TDesignField field = DesignField(scratch, f);
     const qint64 id = dm.AddField(field);
@@ -516,13 +496,12 @@ void addColumn(TdmBrindle& dm, const QString& definition) {
         dm.AddUniqueConstraint({0, def.UniqueConstraints(i).FConstraintName, QuoteIdentifier(f.FFieldName),
                                 def.UniqueConstraints(i).FConflictClause});
     for (int i = 0; i < def.CheckConstraintCount(); ++i)
-        dm.AddCheckConstraint(
-            {0, def.CheckConstraints(i).FConstraintName, def.CheckConstraints(i).FExpression});
+        dm.AddCheckConstraint({0, def.CheckConstraints(i).FConstraintName, def.CheckConstraints(i).FExpression});
     for (int i = 0; i < def.ForeignKeyCount(); ++i) {
         const TDLForeignKeyDef& k = def.ForeignKeys(i);
         dm.AddForeignKey({0, k.FConstraintName, k.FParentTableName, QuoteIdentifier(f.FFieldName),
-                          k.FParentKey.isEmpty() ? QString() : QuoteIdentifier(k.FParentKey.front()),
-                          k.FOnDeleteAction, k.FOnUpdateAction, k.FMatchName, k.FDeferrable, k.FInitially});
+                          k.FParentKey.isEmpty() ? QString() : QuoteIdentifier(k.FParentKey.front()), k.FOnDeleteAction,
+                          k.FOnUpdateAction, k.FMatchName, k.FDeferrable, k.FInitially});
     }
 }
 
@@ -530,8 +509,7 @@ void cmdAlter(const Options& o, QTextStream& out, QTextStream& err) {
     loadLibrary(o);
     TDLSQLiteDatabase db;
     const QString file = o.positional.value(1);
-    if (!QFileInfo(file).isFile())
-        throw ECustomException(QStringLiteral("Cannot open file \"%1\"").arg(file));
+    if (!QFileInfo(file).isFile()) throw ECustomException(QStringLiteral("Cannot open file \"%1\"").arg(file));
     openDatabase(db, o, file);
     QString table = o.positional.value(2);
     if (!db.TableExists(table)) throw ECustomException(QStringLiteral("No table named %1").arg(table));
@@ -547,8 +525,7 @@ void cmdAlter(const Options& o, QTextStream& out, QTextStream& err) {
             if (name.isEmpty()) throw ECustomException(QStringLiteral("--rename-column wants OLD=NEW"));
             // As the field dialog: a column that other tables' keys name keeps it.
             if (f.OldPosition && IsFieldReferenced(db, table, f.Name))
-                throw ECustomException(
-                    QStringLiteral("Current field cannot be renamed due to external references."));
+                throw ECustomException(QStringLiteral("Current field cannot be renamed due to external references."));
             f.Name = UnQuoteIdentifier(name);
             dm.ModifyField(f.RowID, f);
         } else if (option == u"--drop-column") {
@@ -594,9 +571,8 @@ void cmdAlter(const Options& o, QTextStream& out, QTextStream& err) {
         try {
             if (dm.FTableDesignModified) result = dm.ApplyTableDesign(db, table, hooks);
             if (o.sqlOnly) {
-                dm.FRecorded.append(
-                    QStringLiteral("alter table %1 rename to %2")
-                        .arg(QuoteObject(table), QuoteIdentifier(UnQuoteIdentifier(newName))));
+                dm.FRecorded.append(QStringLiteral("alter table %1 rename to %2")
+                                        .arg(QuoteObject(table), QuoteIdentifier(UnQuoteIdentifier(newName))));
             } else {
                 RenameTable(db, table, newName);
             }
@@ -649,8 +625,7 @@ void cmdExec(const Options& o, QTextStream& out, QTextStream& err) {
                 return true;
             }
         }
-        throw ECustomException(
-            QStringLiteral("Missing parameter value: %1 (give it with --param %2=VALUE)").arg(Name, bare));
+        throw ECustomException(QStringLiteral("Missing parameter value: %1 (give it with --param %2=VALUE)").arg(Name, bare));
     };
     TInterruptScope interrupts(db, &runner);
     const TSQLRunOutcome outcome = runner.ExecuteSQL(&db, script);

@@ -8,13 +8,13 @@
 #include "engine/DLSQLiteDatabase.h"
 #include "schema/DLSQLiteParser.h"
 
-#include <gtest/gtest.h>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
 #include <QRandomGenerator>
 #include <QThread>
 #include <csignal>
+#include <gtest/gtest.h>
 
 namespace {
 
@@ -37,16 +37,14 @@ Result run(const QStringList& args) {
     QProcess p;
     p.start(QStringLiteral(BRINDLE_CLI), args);
     EXPECT_TRUE(p.waitForFinished(60000));
-    return {p.exitCode(), QString::fromUtf8(p.readAllStandardOutput()),
-            QString::fromUtf8(p.readAllStandardError())};
+    return {p.exitCode(), QString::fromUtf8(p.readAllStandardOutput()), QString::fromUtf8(p.readAllStandardError())};
 }
 
 TEST(Cli, InfoDescribesLibraryAndDatabase) {
     const Result r = run({QStringLiteral("info"), QStringLiteral(DEMO_DB)});
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
-    for (const char* line :
-         {"SQLite library: [internal]\n", "FTS4: yes\n", "R*Tree: yes\n", "Encryption: no\n",
-          "Page size: 4096\n", "Encoding: UTF-8\n", "Journal mode: delete\n", "Virtual tables: 2\n"})
+    for (const char* line : {"SQLite library: [internal]\n", "FTS4: yes\n", "R*Tree: yes\n", "Encryption: no\n",
+                             "Page size: 4096\n", "Encoding: UTF-8\n", "Journal mode: delete\n", "Virtual tables: 2\n"})
         EXPECT_TRUE(r.out.contains(QString::fromLatin1(line))) << line;
     EXPECT_TRUE(r.err.isEmpty());
 }
@@ -75,11 +73,10 @@ TEST(Cli, FailuresGoToStderrWithTheProgramsMessage) {
     EXPECT_EQ(r.code, 1);
     EXPECT_TRUE(r.err.startsWith(QStringLiteral("file is not a database\n"))) << r.err.toStdString();
 
-    r = run({QStringLiteral("--library"), QStringLiteral("/nonexistent/libsqlite3.so"),
-             QStringLiteral("info"), QStringLiteral(DEMO_DB)});
+    r = run({QStringLiteral("--library"), QStringLiteral("/nonexistent/libsqlite3.so"), QStringLiteral("info"),
+             QStringLiteral(DEMO_DB)});
     EXPECT_EQ(r.code, 1);
-    EXPECT_TRUE(
-        r.err.startsWith(QStringLiteral("Could not load SQLite library: /nonexistent/libsqlite3.so")));
+    EXPECT_TRUE(r.err.startsWith(QStringLiteral("Could not load SQLite library: /nonexistent/libsqlite3.so")));
 
     EXPECT_EQ(run({QStringLiteral("frobnicate")}).code, 2);
     EXPECT_EQ(run({QStringLiteral("info")}).code, 2);
@@ -98,12 +95,10 @@ TEST(Cli, OutsideLibraryWithKeyReadsAnEncryptedFile) {
     brindle::SQLite3Driver->sqlite3drv_unload_library();
 
     const QStringList cipher{QStringLiteral("--library"), QStringLiteral("libsqlcipher.so.0")};
-    Result r = run(
-        cipher + QStringList{QStringLiteral("--key"), QStringLiteral("k"), QStringLiteral("objects"), path});
+    Result r = run(cipher + QStringList{QStringLiteral("--key"), QStringLiteral("k"), QStringLiteral("objects"), path});
     EXPECT_EQ(r.code, 0) << r.err.toStdString();
     EXPECT_EQ(r.out, QStringLiteral("table\tt\n"));
-    r = run(cipher +
-            QStringList{QStringLiteral("--key"), QStringLiteral("bad"), QStringLiteral("info"), path});
+    r = run(cipher + QStringList{QStringLiteral("--key"), QStringLiteral("bad"), QStringLiteral("info"), path});
     EXPECT_EQ(r.code, 1);
     EXPECT_EQ(r.err.trimmed(),
               QStringLiteral("File is encrypted or not a SQLite3 database or encryption key does not match"));
@@ -156,8 +151,7 @@ TEST(Cli, SchemaRecreatesTheDemoDatabase) {
     EXPECT_TRUE(r.out.contains(QLatin1String("CREATE VIRTUAL TABLE [product_search] USING fts4")));
     EXPECT_FALSE(r.out.contains(QLatin1String("product_search_content")));
     EXPECT_FALSE(r.out.contains(QLatin1String("TABLE [sqlite_")));
-    EXPECT_TRUE(
-        r.out.contains(QLatin1String("-- customers_name_idx: the definitions cannot carry an expression")));
+    EXPECT_TRUE(r.out.contains(QLatin1String("-- customers_name_idx: the definitions cannot carry an expression")));
 
     ExpectSchemaRunsBackThroughTheShell(QStringLiteral(DEMO_DB), r.out);
 }
@@ -238,14 +232,12 @@ TEST(Cli, TreePrintsTheWholeDemoDatabaseWithRecordCounts) {
             const QString type = objects->GetValue(i, 0), name = objects->GetValue(i, 1);
             SCOPED_TRACE(name.toStdString());
             if (type == u"table") {
-                const QString count =
-                    db.GetStringValue(QStringLiteral("select count(*) from \"%1\"").arg(name));
+                const QString count = db.GetStringValue(QStringLiteral("select count(*) from \"%1\"").arg(name));
                 const QString head = QStringLiteral("\n    %1 (%2)").arg(name, count);
                 EXPECT_EQ(r.out.count(head + u'\n') + r.out.count(head + u' '), 1);
                 const bool isVirtual = objects->GetValue(i, 2).startsWith(QLatin1String("CREATE VIRTUAL"));
                 const qsizetype at = r.out.indexOf(head);
-                EXPECT_TRUE(isVirtual ? at > virtualTables && at < shadowTables
-                                      : at < virtualTables || at > shadowTables);
+                EXPECT_TRUE(isVirtual ? at > virtualTables && at < shadowTables : at < virtualTables || at > shadowTables);
             } else if (type == u"view") {
                 EXPECT_EQ(r.out.count(QStringLiteral("\n    %1\n").arg(name)), 1);
                 EXPECT_GT(r.out.indexOf(QStringLiteral("\n    %1\n").arg(name)), views);
@@ -254,20 +246,18 @@ TEST(Cli, TreePrintsTheWholeDemoDatabaseWithRecordCounts) {
             }
         }
         const QString tags = db.GetStringValue(QStringLiteral("select count(*) from product_tags"));
-        EXPECT_TRUE(r.out.contains(
-            QStringLiteral(
-                "\n    product_tags (%1) WITHOUT ROWID\n"
-                "      columns\n"
-                "        product_id INTEGER PRIMARY KEY (1 of 2) NOT NULL\n"
-                "        tag_id INTEGER PRIMARY KEY (2 of 2) NOT NULL\n"
-                "      indexes\n"
-                "        sqlite_autoindex_product_tags_1 PRIMARY KEY (product_id, tag_id)\n"
-                "        product_tags_tag_idx (tag_id)\n"
-                "      foreign keys\n"
-                "        (product_id) REFERENCES products (product_id) ON DELETE CASCADE ON UPDATE CASCADE\n"
-                "        (tag_id) REFERENCES tags (tag_id) ON DELETE CASCADE\n"
-                "    products (")
-                .arg(tags)))
+        EXPECT_TRUE(r.out.contains(QStringLiteral(
+            "\n    product_tags (%1) WITHOUT ROWID\n"
+            "      columns\n"
+            "        product_id INTEGER PRIMARY KEY (1 of 2) NOT NULL\n"
+            "        tag_id INTEGER PRIMARY KEY (2 of 2) NOT NULL\n"
+            "      indexes\n"
+            "        sqlite_autoindex_product_tags_1 PRIMARY KEY (product_id, tag_id)\n"
+            "        product_tags_tag_idx (tag_id)\n"
+            "      foreign keys\n"
+            "        (product_id) REFERENCES products (product_id) ON DELETE CASCADE ON UPDATE CASCADE\n"
+            "        (tag_id) REFERENCES tags (tag_id) ON DELETE CASCADE\n"
+            "    products (").arg(tags)))
             << r.out.toStdString();
     }
     brindle::SQLite3Driver->sqlite3drv_unload_library();
@@ -289,8 +279,7 @@ TEST(Cli, QueryWritesTheLastSelectAsCsv) {
     EXPECT_EQ(r.out, QStringLiteral("a,b,c,d,e,f,g\n,\"\",\"x,y\",\"say \"\"hi\"\"\",1.5,00ff,-7\n"));
 
     r = run({QStringLiteral("query"), QStringLiteral(DEMO_DB),
-             QStringLiteral(
-                 "select count(*) as n from orders; select code from countries order by code limit 2")});
+             QStringLiteral("select count(*) as n from orders; select code from countries order by code limit 2")});
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     EXPECT_EQ(r.out.count(u'\n'), 3);
     EXPECT_TRUE(r.out.startsWith(QLatin1String("code\n")));
@@ -300,8 +289,7 @@ TEST(Cli, QueryWritesTheLastSelectAsCsv) {
     EXPECT_TRUE(r.err.contains(QLatin1String("syntax error"))) << r.err.toStdString();
 
     // The columns the statement selects, and nothing for a text without one.
-    r = run({QStringLiteral("query"), QStringLiteral(DEMO_DB),
-             QStringLiteral("select * from countries limit 1")});
+    r = run({QStringLiteral("query"), QStringLiteral(DEMO_DB), QStringLiteral("select * from countries limit 1")});
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     EXPECT_FALSE(r.out.contains(QLatin1String("rowid"))) << r.out.toStdString();
     r = run({QStringLiteral("query"), QStringLiteral(DEMO_DB), QStringLiteral("-- c")});
@@ -325,9 +313,8 @@ TEST(Cli, QueryStopsOnInterruptAndLeavesNoTransaction) {
     QProcess p;
     p.start(QStringLiteral(BRINDLE_CLI),
             {QStringLiteral("query"), path,
-             QStringLiteral(
-                 "begin; insert into t values (1); "
-                 "with recursive c(x) as (select 1 union all select x + 1 from c) select count(*) from c")});
+             QStringLiteral("begin; insert into t values (1); "
+                            "with recursive c(x) as (select 1 union all select x + 1 from c) select count(*) from c")});
     ASSERT_TRUE(p.waitForStarted());
     QThread::msleep(1500);
     ASSERT_TRUE(brindle::test::SignalChild(p, SIGINT));
@@ -347,17 +334,15 @@ TEST(Cli, QueryStopsOnInterruptAndLeavesNoTransaction) {
 TEST(Cli, ExecRunsAScriptAsTheSQLTabDoes) {
     brindle::test::TempDir dir;
     const QString db = dir.file(QStringLiteral("new.db"));
-    const QString script = dir.write(
-        QStringLiteral("s.sql"),
-        "create table t(\"key\" integer primary key, total);\r\n"
-        "insert into t(total) values (1.5), ('007');\r\n"
-        ".SET PARAM :k = 2\r\n"
-        "select \"key\", total, typeof(total) from t where \"key\" <= :k and :who is not null;\r\n");
+    const QString script = dir.write(QStringLiteral("s.sql"),
+                                     "create table t(\"key\" integer primary key, total);\r\n"
+                                     "insert into t(total) values (1.5), ('007');\r\n"
+                                     ".SET PARAM :k = 2\r\n"
+                                     "select \"key\", total, typeof(total) from t where \"key\" <= :k and :who is not null;\r\n");
     Result r = run({QStringLiteral("exec"), db, script, QStringLiteral("--param"), QStringLiteral("who=me")});
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     EXPECT_EQ(r.out, QStringLiteral("key,total,typeof(total)\n1,1.5,real\n2,007,text\n"));
-    EXPECT_TRUE(r.err.startsWith(QLatin1String("2 rows affected, 2 total\nQuery executed in ")))
-        << r.err.toStdString();
+    EXPECT_TRUE(r.err.startsWith(QLatin1String("2 rows affected, 2 total\nQuery executed in "))) << r.err.toStdString();
 
     r = run({QStringLiteral("exec"), db, dir.write(QStringLiteral("p.sql"), "select :who")});
     EXPECT_EQ(r.code, 1);
@@ -369,8 +354,7 @@ TEST(Cli, ExecRunsAScriptAsTheSQLTabDoes) {
                                       "insert into t(total) values ('never');\n");
     r = run({QStringLiteral("exec"), db, failing});
     EXPECT_EQ(r.code, 1);
-    EXPECT_TRUE(r.err.contains(
-        QLatin1String("no such table: missing\n\nSQL Statement:\n\ninsert into missing values (1)")))
+    EXPECT_TRUE(r.err.contains(QLatin1String("no such table: missing\n\nSQL Statement:\n\ninsert into missing values (1)")))
         << r.err.toStdString();
     r = run({QStringLiteral("query"), db, QStringLiteral("select group_concat(total, '/') from t")});
     EXPECT_EQ(r.out.section(u'\n', 1, 1), QStringLiteral("1.5/007/kept"));
@@ -379,8 +363,7 @@ TEST(Cli, ExecRunsAScriptAsTheSQLTabDoes) {
     EXPECT_EQ(r.code, 1);
     EXPECT_TRUE(r.err.contains(QLatin1String("Extended syntax error")));
     // UTF-16 by its mark, with half a surrogate pair: nothing can read it.
-    r = run({QStringLiteral("exec"), db,
-             dir.write(QStringLiteral("bad.sql"), QByteArray("\xff\xfes\x00\x00\xd8 \x00", 8))});
+    r = run({QStringLiteral("exec"), db, dir.write(QStringLiteral("bad.sql"), QByteArray("\xff\xfes\x00\x00\xd8 \x00", 8))});
     EXPECT_EQ(r.code, 1);
     EXPECT_TRUE(r.err.contains(QLatin1String("bad.sql"))) << r.err.toStdString();
 }
@@ -391,11 +374,9 @@ TEST(Cli, ExecStopsOnInterruptBeforeTheNextStatement) {
     QProcess p;
     p.start(QStringLiteral(BRINDLE_CLI), {QStringLiteral("exec"), path, QStringLiteral("-")});
     ASSERT_TRUE(p.waitForStarted());
-    p.write(
-        "create table t(a); insert into t values (1);\n"
-        "update t set a = (with recursive c(x) as (select 1 union all select x + 1 from c) select count(*) "
-        "from c);\n"
-        "insert into t values (2);\n");
+    p.write("create table t(a); insert into t values (1);\n"
+            "update t set a = (with recursive c(x) as (select 1 union all select x + 1 from c) select count(*) from c);\n"
+            "insert into t values (2);\n");
     ASSERT_TRUE(p.waitForBytesWritten(10000));
     p.closeWriteChannel();
     QThread::msleep(1500);
@@ -458,9 +439,8 @@ TEST(Cli, AlterChangesTheTableAsTheDesignPageDoes) {
     const QStringList catalogue = values(file, QStringLiteral("select sql from sqlite_master order by name"));
     r = run({QStringLiteral("alter"), file, QStringLiteral("order"), QStringLiteral("--sql")});
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
-    EXPECT_TRUE(
-        r.out.contains(QLatin1String("insert into [main].[order]([match],[id],[amount],[plan]) select "
-                                     "[match],[id],[amount],[plan] from [main].[temp_table_")))
+    EXPECT_TRUE(r.out.contains(QLatin1String("insert into [main].[order]([match],[id],[amount],[plan]) select "
+                                             "[match],[id],[amount],[plan] from [main].[temp_table_")))
         << r.out.toStdString();
     EXPECT_EQ(values(file, QStringLiteral("select sql from sqlite_master order by name")), catalogue);
 
@@ -508,11 +488,9 @@ TEST(Cli, AlterKilledAtRandomMomentsLeavesTheTableWhole) {
                               QStringLiteral("--rename-column"), QStringLiteral("amount=price")};
     auto check = [&](const QString& file) {
         EXPECT_EQ(values(file, QStringLiteral("pragma integrity_check")), QStringList({"ok"}));
-        EXPECT_EQ(
-            values(file, QStringLiteral("select count(*) || '/' || sum(id) || '/' || count(note) from big")),
-            QStringList({"1000000/500000500000/857143"}));
-        const QStringList columns =
-            values(file, QStringLiteral("select group_concat(name) from pragma_table_info('big')"));
+        EXPECT_EQ(values(file, QStringLiteral("select count(*) || '/' || sum(id) || '/' || count(note) from big")),
+                  QStringList({"1000000/500000500000/857143"}));
+        const QStringList columns = values(file, QStringLiteral("select group_concat(name) from pragma_table_info('big')"));
         EXPECT_TRUE(columns == QStringList({"id,code,amount,qty,note"}) ||
                     columns == QStringList({"id,code,price,qty,note"}))
             << columns.join(u' ').toStdString();
