@@ -1,8 +1,9 @@
 #include "CliCommands.h"
 
-#include "CsvOut.h"
-
 #include "data/DLQuery.h"
+#include "interchange/CSVWriter.h"
+#include "interchange/TextExport.h"
+#include "interchange/TextImport.h"
 #include "tools/Encodings.h"
 #include "workbench/SQLExecution.h"
 #include "engine/DLObjectNames.h"
@@ -16,10 +17,13 @@
 #include "schema/DMBrindle.h"
 #include "engine/SQLScanner.h"
 
+#include <QBuffer>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <atomic>
 #include <csignal>
+#include <unistd.h>
 #include <functional>
 #include <map>
 #include <utility>
@@ -36,6 +40,14 @@ struct Options {
     // Changes of alter in the order given: option and value.
     std::vector<std::pair<QString, QString>> changes;
     bool sqlOnly = false;
+    // import and export
+    QString exportSQL;  // export --sql
+    QString encoding;
+    QString delimiter;
+    bool tsv = false;
+    bool noHeader = false;
+    bool noDetect = false;
+    bool replace = false;
 };
 
 const char* const kUsage =
@@ -58,7 +70,16 @@ const char* const kUsage =
     "                 SQL tab does, dot lines included; the rows of its last\n"
     "                 SELECT go to standard output as CSV, the rows affected and\n"
     "                 the time to standard error; a new FILE is created; Ctrl+C\n"
-    "                 stops the run\n";
+    "                 stops the run\n"
+    "  import FILE TABLE SOURCE.csv [--tsv | --delimiter C] [--encoding NAME]\n"
+    "         [--no-header] [--no-detect] [--replace]\n"
+    "                 loads delimited text into TABLE, made from the file's\n"
+    "                 columns with detected types when it does not exist; the\n"
+    "                 encoding and delimiter are detected unless given; all or\n"
+    "                 nothing, Ctrl+C included; a new FILE is created\n"
+    "  export FILE (TABLE | --sql SELECT) OUT.csv [--tsv] [--encoding NAME]\n"
+    "                 writes a table or a query's rows as CSV (UTF-8 unless\n"
+    "                 told) or TSV; OUT is replaced only when complete\n";
 
 QString yesNo(bool v) { return v ? QStringLiteral("yes") : QStringLiteral("no"); }
 
@@ -327,24 +348,33 @@ void cmdTree(const Options& o, QTextStream& out) {
 // runner's stop request are safe to call from a signal handler.
 std::atomic<TDLSQLiteDatabase*> interruptTarget{nullptr};
 std::atomic<TSQLRunner*> interruptRunner{nullptr};
+std::atomic<TTextImporter*> interruptImporter{nullptr};
+std::atomic<TDataSetExporter*> interruptExporter{nullptr};
 
 extern "C" void interruptQuery(int) {
     if (TSQLRunner* runner = interruptRunner.load()) runner->Abort();
+    if (TTextImporter* importer = interruptImporter.load()) importer->Cancel();
+    if (TDataSetExporter* exporter = interruptExporter.load()) exporter->Cancel();
     if (TDLSQLiteDatabase* db = interruptTarget.load()) db->Interrupt();
 }
 
 // Sets the Ctrl+C handler for one command and puts the old one back.
 class TInterruptScope {
 public:
-    TInterruptScope(TDLSQLiteDatabase& Database, TSQLRunner* Runner) {
+    TInterruptScope(TDLSQLiteDatabase& Database, TSQLRunner* Runner, TTextImporter* Importer = nullptr,
+                    TDataSetExporter* Exporter = nullptr) {
         interruptTarget = &Database;
         interruptRunner = Runner;
+        interruptImporter = Importer;
+        interruptExporter = Exporter;
         FPrevious = std::signal(SIGINT, interruptQuery);
     }
     ~TInterruptScope() {
         std::signal(SIGINT, FPrevious);
         interruptTarget = nullptr;
         interruptRunner = nullptr;
+        interruptImporter = nullptr;
+        interruptExporter = nullptr;
     }
     TInterruptScope(const TInterruptScope&) = delete;
     TInterruptScope& operator=(const TInterruptScope&) = delete;
@@ -361,22 +391,38 @@ bool printRows(TDLQuery& query, QTextStream& out) {
     std::vector<int> shown;
     for (int i = 0; i < fields.Count(); ++i)
         if (fields[i].FVisible) shown.push_back(i);
-    TCsvOut csv(out);
-    for (size_t i = 0; i < shown.size(); ++i) csv.Text(fields[shown[i]].FieldName(), i == 0);
+    // The program's one CSV writer, in the terminal's dialect: line feeds,
+    // BLOBs as bare hex.
+    out.flush();
+    QBuffer collected;
+    QIODevice* device = out.device();
+    if (!device) {
+        collected.open(QIODevice::WriteOnly);
+        device = &collected;
+    }
+    TCSVWriter csv(*device, TEncoding::UTF8(), u',', u"\n", TCSVWriter::bsHex);
+    const auto done = [&](bool complete) {
+        csv.Flush();
+        if (!out.device()) out << QString::fromUtf8(collected.data());
+        return complete;
+    };
+    for (size_t i = 0; i < shown.size(); ++i) {
+        if (i > 0) csv.Separator();
+        csv.Text(fields[shown[i]].FieldName());
+    }
     if (!shown.empty()) csv.EndLine();
     for (int r = 0;; ++r) {
         const TDLRecData* rec = query.RecordAt(r);
-        if (query.Aborted()) {
-            csv.Flush();
-            return false;
-        }
+        if (query.Aborted()) return done(false);
         if (!rec) break;
         const auto& row = static_cast<const TDLSQLiteRecData&>(*rec);
-        for (size_t i = 0; i < shown.size(); ++i) csv.Value(row, shown[i], i == 0);
+        for (size_t i = 0; i < shown.size(); ++i) {
+            if (i > 0) csv.Separator();
+            csv.StoredValue(row, shown[i]);
+        }
         csv.EndLine();
     }
-    csv.Flush();
-    return true;
+    return done(true);
 }
 
 void cmdQuery(const Options& o, QTextStream& out) {
@@ -593,6 +639,157 @@ void cmdExec(const Options& o, QTextStream& out, QTextStream& err) {
     if (outcome.Aborted || !complete) throw ECustomException(QStringLiteral("interrupted"));
 }
 
+// Progress on standard error, for a person at a terminal only, and at most
+// a few times a second.
+class TProgressLine {
+public:
+    explicit TProgressLine(QTextStream& Err) : FErr(Err), FShown(isatty(STDERR_FILENO) != 0) {
+        FTimer.start();
+    }
+    ~TProgressLine() {
+        if (FWritten) FErr << "\n";
+        FErr.flush();
+    }
+    void Show(const QString& Message) {
+        if (!FShown || FTimer.elapsed() < 250) return;
+        FTimer.restart();
+        FErr << "\r" << Message << "\x1b[K";
+        FErr.flush();
+        FWritten = true;
+    }
+
+private:
+    QTextStream& FErr;
+    bool FShown;
+    bool FWritten = false;
+    QElapsedTimer FTimer;
+};
+
+TEncoding encodingOption(const Options& o, const TEncoding& Default) {
+    return o.encoding.isEmpty() ? Default : TEncoding::GetEncodingByName(o.encoding);
+}
+
+char16_t delimiterOption(const Options& o, const QString& source, const TEncoding& encoding) {
+    if (o.tsv) return u'\t';
+    if (o.delimiter.isEmpty()) return DetectDelimiter(source, encoding);
+    if (o.delimiter == u"\\t" || o.delimiter.compare(QLatin1String("tab"), Qt::CaseInsensitive) == 0)
+        return u'\t';
+    if (o.delimiter.size() != 1) throw ECustomException(QStringLiteral("--delimiter wants one character"));
+    return o.delimiter[0].unicode();
+}
+
+void cmdImport(const Options& o, QTextStream& out, QTextStream& err) {
+    loadLibrary(o);
+    const QString file = o.positional.value(1);
+    const QString table = o.positional.value(2);
+    const QString source = o.positional.value(3);
+    QFile text(source);
+    if (!QFileInfo(source).isFile() || !text.open(QIODevice::ReadOnly))
+        throw ECustomException(QStringLiteral("Cannot open file \"%1\"").arg(source));
+    // A text file's own encoding, as the SQL tab reads one; pure ASCII reads
+    // as UTF-8.
+    const TEncoding encoding = encodingOption(o, GetFileEncoding(source));
+    const char16_t delimiter = delimiterOption(o, source, encoding);
+
+    TDLSQLiteDatabase db;
+    const bool created = !QFileInfo::exists(file);
+    if (created) {
+        db.FShowWaitCursor = false;
+        db.SetFileName(file);
+        db.CreateDatabase(0, 0, QStringLiteral("UTF-8"), o.key);
+        db.SetConnected(false);
+    }
+    TTextImporter importer;
+    TTextImportResult result;
+    try {
+        openDatabase(db, o, file);
+        TTextImportTarget target;
+        target.TableName = table;
+        target.NewTable = !db.TableExists(table);
+        target.DeleteExistingData = o.replace;
+        target.AutoDetectTypes = !o.noDetect;
+        TProgressLine progress(err);
+        importer.FOnProgress = [&progress](const QString& Message, bool&) { progress.Show(Message); };
+        TInterruptScope interrupts(db, nullptr, &importer);
+        try {
+            result = importer.ImportIntoTable(db, text, target, delimiter, encoding, !o.noHeader);
+        } catch (const ECustomException&) {
+            // A stop that cut a statement short fails it: the stop it is.
+            if (importer.Canceled())
+                result.Canceled = true;
+            else
+                throw;
+        }
+        if (result.Canceled) throw ECustomException(QStringLiteral("interrupted"));
+    } catch (...) {
+        // A file made for the import goes again with it.
+        if (created) {
+            db.SetConnected(false);
+            QFile::remove(file);
+        }
+        throw;
+    }
+    for (const QString& note : importer.FErrors) err << forTerminal(note) << "\n";
+    out << result.RowsImported << " rows imported into " << table
+        << (result.TableCreated ? " (a new table)" : "") << "\n";
+}
+
+void cmdExport(const Options& o, QTextStream& out, QTextStream& err) {
+    loadLibrary(o);
+    const QString file = o.positional.value(1);
+    if (!QFileInfo(file).isFile())
+        throw ECustomException(QStringLiteral("Cannot open file \"%1\"").arg(file));
+    TDLSQLiteDatabase db;
+    openDatabase(db, o, file);
+    QString sql = o.exportSQL;
+    QString target = o.positional.value(2);
+    // Rows to write, and nothing changed on the way.
+    if (!sql.isEmpty() && !db.HasSQLCursor(sql))
+        throw ECustomException(QStringLiteral("Only a SELECT (or a PRAGMA or EXPLAIN) can be exported."));
+    if (sql.isEmpty()) {
+        const QString table = o.positional.value(2);
+        if (!db.TableExists(table) && !db.ViewExists(table))
+            throw ECustomException(QStringLiteral("No table named %1").arg(table));
+        sql = QStringLiteral("select * from ") + QuoteObject(table);
+        target = o.positional.value(3);
+    }
+    TDLQuery query;
+    // Rows to write, not to edit: the statement runs as written.
+    query.FAllowPreprocess = false;
+    query.SetDatabase(&db);
+    query.SetSQL(sql);
+    std::unique_ptr<TTextExporter> exporter;
+    if (o.tsv)
+        exporter = std::make_unique<TTSVExporter>(&query);
+    else
+        exporter = std::make_unique<TCSVExporter>(&query);
+    exporter->FEncoding = encodingOption(o, TEncoding::UTF8());
+    // A byte order mark where readers need one to know the text: UTF-16/32.
+    exporter->FWriteEncodingPreamble =
+        exporter->FEncoding.IsUnicode() && exporter->FEncoding.CodePage() != 65001;
+    QStringList notes;
+    exporter->FErrorLog = &notes;
+    TProgressLine progress(err);
+    exporter->FOnProgress = [&progress](int Count) {
+        progress.Show(QStringLiteral("%1 rows exported").arg(Count));
+    };
+    TInterruptScope interrupts(db, nullptr, nullptr, exporter.get());
+    const auto stopped = [&] {
+        if (db.GetInTransaction()) db.Rollback();
+        throw ECustomException(QStringLiteral("interrupted"));
+    };
+    try {
+        query.Open();
+        exporter->Export(target);
+    } catch (const ECustomException&) {
+        if (exporter->Canceled() || query.Aborted()) stopped();
+        throw;
+    }
+    if (exporter->Canceled() || query.Aborted()) stopped();
+    for (const QString& note : notes) err << note << "\n";
+    out << exporter->RecordCount() << " rows exported to " << target << "\n";
+}
+
 }  // namespace
 
 int Run(const QStringList& args, QTextStream& out, QTextStream& err) {
@@ -607,8 +804,20 @@ int Run(const QStringList& args, QTextStream& out, QTextStream& err) {
                     a == u"--move-column" || a == u"--rename-table") &&
                    i + 1 < args.size()) {
             o.changes.emplace_back(a, args[++i]);
+        } else if (a == u"--sql" && o.positional.value(0) == u"export" && i + 1 < args.size()) {
+            o.exportSQL = args[++i];
         } else if (a == u"--sql") {
             o.sqlOnly = true;
+        } else if ((a == u"--encoding" || a == u"--delimiter") && i + 1 < args.size()) {
+            (a == u"--encoding" ? o.encoding : o.delimiter) = args[++i];
+        } else if (a == u"--tsv") {
+            o.tsv = true;
+        } else if (a == u"--no-header") {
+            o.noHeader = true;
+        } else if (a == u"--no-detect") {
+            o.noDetect = true;
+        } else if (a == u"--replace") {
+            o.replace = true;
         } else if (a == u"-h" || a == u"--help") {
             out << kUsage;
             return 0;
@@ -632,9 +841,15 @@ int Run(const QStringList& args, QTextStream& out, QTextStream& err) {
         {QStringLiteral("tree"), {2, 2, quiet(cmdTree)}},
         {QStringLiteral("exec"), {2, 3, cmdExec}},
         {QStringLiteral("alter"), {3, 3, cmdAlter}},
+        {QStringLiteral("import"), {4, 4, cmdImport}},
+        {QStringLiteral("export"), {3, 4, cmdExport}},
     };
     const auto it = commands.find(o.positional.value(0));
-    if (it == commands.end() || o.positional.size() < it->second.MinArgs || o.positional.size() > it->second.MaxArgs) {
+    // export names a table or gives --sql, not both.
+    const bool exportMismatch =
+        o.positional.value(0) == u"export" && o.positional.size() != (o.exportSQL.isEmpty() ? 4 : 3);
+    if (it == commands.end() || o.positional.size() < it->second.MinArgs ||
+        o.positional.size() > it->second.MaxArgs || exportMismatch || (o.tsv && !o.delimiter.isEmpty())) {
         err << kUsage;
         return 2;
     }

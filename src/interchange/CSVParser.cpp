@@ -11,6 +11,7 @@ namespace brindle {
 // the value, which the exporter quotes for that reason.
 bool TCSVParser::ReadRow(TTextRow& Row) {
     Row.Clear(FLine);
+    if (FEof) return false;  // nothing is read behind the end, a code 0 included
     TParserState state = psNone;
     bool eol = false;
     bool quoted = false;   // the value being read began with a quote
@@ -93,6 +94,23 @@ bool TCSVParser::ReadRow(TTextRow& Row) {
             Row.Append(c);
             state = psUnquotedToken;
             eol = false;
+        }
+        // The rest of a value in one run, up to the next character that
+        // means something in its state.
+        if (state == psUnquotedToken || state == psToken) {
+            const char16_t* run = FBuffer.Current();
+            const qsizetype available = FBuffer.Available();
+            qsizetype n = 0;
+            if (state == psUnquotedToken) {
+                for (; n < available; ++n) {
+                    const char16_t x = run[n];
+                    if (x == FDelimiter || x == FQuoteChar || x == u'\n' || x == u'\r' || x == 0) break;
+                }
+            } else {
+                while (n < available && run[n] != FQuoteChar && run[n] != u'\n') ++n;
+            }
+            Row.Append(run, n);
+            FBuffer.Skip(n);
         }
         if (eol && !Row.IsEmpty()) break;
     }

@@ -11,6 +11,7 @@ TTSVParser::TTSVParser(QIODevice& Stream, const TEncoding& Encoding) : TTextPars
 // feed alone ends the row.
 bool TTSVParser::ReadRow(TTextRow& Row) {
     Row.Clear(FLine);
+    if (FEof) return false;  // nothing is read behind the end, a code 0 included
     TParserState state = psNone;
     bool eol = false;
     const auto endToken = [&] {

@@ -44,6 +44,13 @@ public:
         return true;
     }
 
+    // The characters of the current block not yet handed out, for a reader
+    // that takes a run of them at once; Skip hands them out. Empty when the
+    // block is used up: GetChar then reads the next.
+    const char16_t* Current() const { return FData + FCurrent; }
+    qsizetype Available() const { return FCount - FCurrent; }
+    void Skip(qsizetype Count) { FCurrent += Count; }
+
     const TEncoding& Encoding() const { return FEncoding; }
 
 private:

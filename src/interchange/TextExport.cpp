@@ -2,8 +2,9 @@
 
 #include "CSVWriter.h"
 
+#include "data/DLDataSet.h"
 #include "data/DLRecData.h"
-#include "data/DataSet.h"
+#include "data/DLSQLDataSet.h"
 #include "engine/DLTools.h"
 #include "engine/Exceptions.h"
 
@@ -28,7 +29,7 @@ bool IsPrintable(TFieldType Type, bool Blobs) {
 }
 
 // A value the row left out (a BLOB beyond the cache) is read now.
-void RequestFullData(TDataSet& DataSet, TDLRecData& Rec, const TField& Field) {
+void RequestFullData(TDataSet& DataSet, const TDLRecData& Rec, const TField& Field) {
     const int index = Field.Index();
     if (Rec.GetHasData(index) && !Rec.GetFullData(index)) DataSet.LoadField(Rec, Field);
 }
@@ -36,8 +37,8 @@ void RequestFullData(TDataSet& DataSet, TDLRecData& Rec, const TField& Field) {
 // A SQLite row's value as it is stored, rather than as the field's type
 // would read it: a column declared INTEGER may hold text, which must not
 // become 0.
-const TDLSQLiteRecData* StoredRow(TDataSet& DataSet) {
-    return dynamic_cast<const TDLSQLiteRecData*>(DataSet.ActiveRecData());
+const TDLSQLiteRecData* StoredRow(const TDLRecData* Rec) {
+    return dynamic_cast<const TDLSQLiteRecData*>(Rec);
 }
 
 QString QuotedFileName(const QString& FileName) {
@@ -115,16 +116,34 @@ void TDataSetExporter::FinalizeExport(QIODevice&) {}
 void TDataSetExporter::DataSetFirst() {
     FRecNo = 0;
     FCurrent = 0;
+    FInPlace = nullptr;
+    auto* dl = dynamic_cast<TDLDataSet*>(FDataSet);
+    // In place only where it sees what the cursor would: every row, none
+    // being edited, no filter in memory.
+    if (dl && FRecordNumbers.empty() && FBookmarks.empty() && dl->State() == dsBrowse && !dl->Filtered() &&
+        !dl->OnFilterRecord) {
+        FInPlace = dl;
+        FRecord = dl->RecordAt(0);
+        return;
+    }
     if (!FRecordNumbers.empty())
         FDataSet->SetRecNo(FRecordNumbers.front());
     else if (!FBookmarks.empty())
         FDataSet->GotoBookmark(FBookmarks.front());
     else
         FDataSet->First();
+    FRecord = FDataSet->ActiveRecData();
 }
 
 void TDataSetExporter::DataSetNext() {
     ++FRecNo;
+    if (FInPlace) {
+        FRecord = FInPlace->RecordAt(FRecNo);
+        // A statement stopped mid-way ends the rows short: a stop it is.
+        auto* sql = dynamic_cast<TDLSQLDataSet*>(FInPlace);
+        if (sql && sql->Aborted()) Cancel();
+        return;
+    }
     if (!FRecordNumbers.empty()) {
         if (++FCurrent >= FRecordNumbers.size()) return;
         const int wanted = FRecordNumbers[FCurrent];
@@ -137,9 +156,11 @@ void TDataSetExporter::DataSetNext() {
     } else {
         FDataSet->Next();
     }
+    FRecord = FDataSet->ActiveRecData();
 }
 
 bool TDataSetExporter::DataSetEof() const {
+    if (FInPlace) return FRecord == nullptr;
     if (!FRecordNumbers.empty()) return FCurrent >= FRecordNumbers.size();
     if (!FBookmarks.empty()) return FCurrent >= FBookmarks.size();
     return FDataSet->Eof();
@@ -189,15 +210,15 @@ void TCSVExporter::ExportHeader(QIODevice&) {
 
 void TCSVExporter::ExportRecord(QIODevice&, int) {
     TCSVWriter& w = *FWriter;
-    const TDLSQLiteRecData* stored = StoredRow(*FDataSet);
-    TDLRecData* rec = FDataSet->ActiveRecData();
+    const TDLRecData* rec = FRecord;
+    const TDLSQLiteRecData* stored = StoredRow(rec);
     for (size_t i = 0; i < FFields.size(); ++i) {
         if (i > 0) w.Separator();
         const TField* field = FFields[i];
         // A field that is not there, or of a kind text cannot show, is left
         // empty: it reads back as NULL.
-        if (!field || !IsPrintable(field->DataType(), true)) continue;
-        if (field->IsBlob() && rec) RequestFullData(*FDataSet, *rec, *field);
+        if (!field || !rec || !IsPrintable(field->DataType(), true)) continue;
+        if (field->IsBlob()) RequestFullData(*FDataSet, *rec, *field);
         if (stored) {
             const int index = field->Index();
             if (stored->GetStorageClass(index) == scBlob && !FIncludeBlobs)
@@ -206,7 +227,7 @@ void TCSVExporter::ExportRecord(QIODevice&, int) {
                 w.StoredValue(*stored, index);
             continue;
         }
-        const QVariant value = field->Value();
+        const QVariant value = GetFieldVariant(*rec, *field);
         if (!value.isValid() || value.isNull()) continue;  // only NULL writes nothing at all
         switch (field->DataType()) {
             case ftBlob:
@@ -254,11 +275,11 @@ void TTSVExporter::ExportHeader(QIODevice&) {
 }
 
 void TTSVExporter::ExportRecord(QIODevice&, int) {
-    const TDLSQLiteRecData* stored = StoredRow(*FDataSet);
+    const TDLSQLiteRecData* stored = StoredRow(FRecord);
     for (size_t i = 0; i < FFields.size(); ++i) {
         if (i > 0) WriteString(u"\t");
         const TField* field = FFields[i];
-        if (!field) continue;
+        if (!field || !FRecord) continue;
         bool printable = IsPrintable(field->DataType(), false);
         QString text;
         if (stored) {
@@ -282,7 +303,7 @@ void TTSVExporter::ExportRecord(QIODevice&, int) {
                     break;
             }
         } else if (printable) {
-            const QVariant value = field->Value();
+            const QVariant value = GetFieldVariant(*FRecord, *field);
             text = field->DataType() == ftFloat && value.isValid() ? FloatToText(value.toDouble())
                                                                    : value.toString();
         }

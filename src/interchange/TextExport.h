@@ -23,6 +23,8 @@ namespace brindle {
 
 class TCSVWriter;
 class TDataSet;
+class TDLDataSet;
+class TDLRecData;
 class TField;
 
 class TDataSetExporter {
@@ -70,6 +72,8 @@ protected:
     virtual void FinalizeExport(QIODevice& Stream);
 
     QStringList FFieldNames;
+    // The record to write: the cursor's, or the row read in place.
+    const TDLRecData* FRecord = nullptr;
 
 private:
     void InitFieldList();
@@ -80,6 +84,9 @@ private:
 
     size_t FCurrent = 0;
     int FRecNo = 0;
+    // A whole dataset of rows in memory or in a window over a statement is
+    // read in place, without moving the cursor row by row.
+    TDLDataSet* FInPlace = nullptr;
     std::atomic<bool> FCanceled{false};
 };
 

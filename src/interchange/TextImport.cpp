@@ -12,6 +12,7 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QStringEncoder>
 #include <charconv>
 #include <string>
 
@@ -82,20 +83,18 @@ TDecimal Normalize(const char* First, const char* Last) {
 }
 
 // A number in the fixed format settings (decimal point, optional exponent)
-// whose value a double holds: more digits than a double keeps would be
-// changed by storing it as one, so such a text stays text.
+// whose value a double holds to every digit written: more digits than a
+// double keeps would be changed by storing it as one, so such a text stays
+// text.
 bool IsFloatText(QStringView Value) {
     char text[kMaxNumberLength];
     qsizetype length = 0;
     if (!AsciiNumberText(Value, text, length) || length == 0) return false;
     // from_chars also reads "inf" and "nan"; only digits, point, sign and
     // exponent are numbers here.
-    int digits = 0;
     for (qsizetype i = 0; i < length; ++i) {
         const char c = text[i];
-        if (c >= '0' && c <= '9')
-            ++digits;
-        else if (c != '.' && c != '-' && c != '+' && c != 'e' && c != 'E')
+        if (!((c >= '0' && c <= '9') || c == '.' || c == '-' || c == '+' || c == 'e' || c == 'E'))
             return false;
     }
     const char* first = text;
@@ -103,10 +102,14 @@ bool IsFloatText(QStringView Value) {
     double number = 0;
     const auto [end, error] = std::from_chars(first, text + length, number, std::chars_format::general);
     if (error != std::errc() || end != text + length || first == end) return false;
+    const TDecimal written = Normalize(first, end);
+    const int digits = static_cast<int>(written.Digits.size());
     if (digits <= 15) return true;  // every such decimal survives a double
-    char shortest[32];
-    const auto written = std::to_chars(shortest, shortest + sizeof shortest, number);
-    return Normalize(first, end) == Normalize(shortest, written.ptr);
+    // The double to as many digits as the text has must give them back.
+    char again[400];
+    const auto r =
+        std::to_chars(again, again + sizeof again, number, std::chars_format::scientific, digits - 1);
+    return r.ec == std::errc() && Normalize(again, r.ptr) == written;
 }
 
 bool IsBooleanText(QStringView Value) {
@@ -237,21 +240,43 @@ public:
         FHandle = Database.CreateSQLHandle(FSQL);
         Database.Prepare(*FHandle);
         FColumnCount = static_cast<int>(Columns.size());
+        FUtf8File = Database.Unicode() && Database.GetEncoding() == 65001;
+        FSpans.resize(Columns.size());
     }
 
+    // Text goes in the file's own encoding where that is UTF-8: made here
+    // for the whole row in one buffer, it spares the engine a conversion
+    // and an allocation per value.
     void AppendRecord(const QStringList&, const TTextRow& Values) override {
         TSQLite3Driver& drv = *SQLite3Driver;
         sqlite3_stmt* stmt = FHandle->FSQLHandle;
+        const int count = std::min(FColumnCount, Values.Count());
+        if (FUtf8File) {
+            qsizetype room = 0;
+            for (int i = 0; i < count; ++i) room += FEncoder.requiredSpace(Values.Value(i).size());
+            if (FUtf8.size() < room) FUtf8.resize(room);
+            char* const begin = FUtf8.data();
+            char* out = begin;
+            for (int i = 0; i < count; ++i) {
+                char* const start = out;
+                if (!Values.IsNull(i)) out = FEncoder.appendToBuffer(out, Values.Value(i));
+                FSpans[static_cast<size_t>(i)] = {start - begin, out - start};
+            }
+        }
         for (int i = 0; i < FColumnCount; ++i) {
             int rc;
-            if (i >= Values.Count() || Values.IsNull(i)) {
+            if (i >= count || Values.IsNull(i)) {
                 rc = drv.sqlite3_bind_null(stmt, i + 1);
             } else if (const QStringView value = Values.Value(i); IsBinaryValue(value, Values.IsQuoted(i))) {
                 const QByteArray bytes = BinaryValue(value);
                 rc = drv.sqlite3_bind_blob(stmt, i + 1, bytes.constData(), static_cast<int>(bytes.size()),
                                            SQLITE_TRANSIENT);
+            } else if (FUtf8File) {
+                // The buffer holds still until the step.
+                const auto [start, length] = FSpans[static_cast<size_t>(i)];
+                rc = drv.sqlite3_bind_text(stmt, i + 1, FUtf8.constData() + start, static_cast<int>(length),
+                                           SQLITE_STATIC);
             } else {
-                // The row's memory holds still until the step.
                 rc = drv.sqlite3_bind_text16(stmt, i + 1, value.utf16(), static_cast<int>(value.size() * 2),
                                              SQLITE_STATIC);
             }
@@ -280,6 +305,10 @@ private:
     std::unique_ptr<TSQLiteSQLHandle> FHandle;
     int FColumnCount = 0;
     bool FBroken = false;
+    bool FUtf8File = false;
+    QStringEncoder FEncoder{QStringEncoder::Utf8, QStringConverter::Flag::Stateless};
+    QByteArray FUtf8;
+    std::vector<std::pair<qsizetype, qsizetype>> FSpans;  // per column: offset and length in FUtf8
 };
 
 QString LineMessage(qint64 Line, const QString& Message) {
@@ -416,6 +445,8 @@ std::vector<TFieldInfo> TTextImporter::ScanFields(QIODevice& Stream, bool AutoDe
         if (counter > 0) {
             try {
                 parser->ReadRow(row);
+            } catch (const ETextDecodeError&) {
+                throw;  // nothing behind such bytes can be read
             } catch (...) {
                 // The import reads the same row again and decides then.
                 if (!FIgnoreErrors) RethrowAtLine(row.Line());
@@ -465,12 +496,10 @@ struct TImportRun {
     TTextImportResult& Result;
 };
 
-}  // namespace
-
 // Rows from the start of the stream into Dest. With SkipFirstRow the first
 // row is a header, whose names replace FieldNames when TakeHeaderNames.
-static void InternalImport(TImportRun Run, QIODevice& Stream, char16_t Delimiter, const TEncoding& Encoding,
-                           bool SkipFirstRow, bool TakeHeaderNames) {
+void InternalImport(TImportRun Run, QIODevice& Stream, char16_t Delimiter, const TEncoding& Encoding,
+                    bool SkipFirstRow, bool TakeHeaderNames) {
     TTextImporter& im = Run.Importer;
     if (im.Canceled()) return;
     SeekStart(Stream);
@@ -482,7 +511,7 @@ static void InternalImport(TImportRun Run, QIODevice& Stream, char16_t Delimiter
             parser->ReadRow(row);
             if (TakeHeaderNames) {
                 Run.FieldNames.clear();
-                for (int i = 0; i < row.Count(); ++i) Run.FieldNames << row.Value(i).toString();
+                for (int i = 0; i < row.Count(); ++i) Run.FieldNames << FieldName(row, i, true);
             }
         } catch (...) {
             try {
@@ -535,7 +564,7 @@ static void InternalImport(TImportRun Run, QIODevice& Stream, char16_t Delimiter
             }
         }
     }
-    progress();
+    if (parser->Eof() && !im.Canceled()) progress();
     if (Run.Result.ShortRows > 0)
         im.FErrors << QStringLiteral(
                           "%1 rows had fewer values than columns, the first on line %2; their other "
@@ -544,12 +573,14 @@ static void InternalImport(TImportRun Run, QIODevice& Stream, char16_t Delimiter
                           .arg(firstShortLine);
 }
 
-static QStringList VisibleFieldNames(TDataSet& DataSet) {
+QStringList VisibleFieldNames(TDataSet& DataSet) {
     QStringList names;
     for (int i = 0; i < DataSet.Fields().Count(); ++i)
         if (DataSet.Fields()[i].FVisible) names << DataSet.Fields()[i].FieldName();
     return names;
 }
+
+}  // namespace
 
 void TTextImporter::LoadDataSet(TDataSet& DataSet, QIODevice& Stream, char16_t Delimiter,
                                 const TEncoding& Encoding, bool SkipFirstRow) {
@@ -723,7 +754,9 @@ void TextStreamToMemDataSet(TDLMemDataSet& DataSet, QIODevice& Stream, const TEn
 }
 
 TTableGuess GuessTable(const QString& FileName, const QStringList& TableNames) {
-    const QString base = QFileInfo(FileName).completeBaseName();
+    // A dot would read as a database name before the table's.
+    QString base = QFileInfo(FileName).completeBaseName();
+    base.replace(u'.', u'_');
     for (const QString& name : TableNames)
         if (SameObject(name, base)) return {name, true};
     return {base, false};

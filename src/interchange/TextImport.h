@@ -173,7 +173,8 @@ void TextStreamToMemDataSet(TDLMemDataSet& DataSet, QIODevice& Stream, const TEn
 // --- what the import dialog asks when the file changes ----------------------
 
 // The table a file goes to: an existing one whose name matches the file's
-// base name (case-blind), or else that name as a new table.
+// base name (case-blind, dots made underscores), or else that name as a new
+// table.
 struct TTableGuess {
     QString TableName;
     bool Exists = false;

@@ -59,6 +59,7 @@ public:
         FLine = Line;
     }
     void Append(char16_t C) { FChars.push_back(C); }
+    void Append(const char16_t* Chars, qsizetype Count) { FChars.insert(FChars.end(), Chars, Chars + Count); }
     // The characters since the last value; Null only when there are none.
     void EndValue(bool Null, bool Quoted) {
         const qsizetype length = static_cast<qsizetype>(FChars.size()) - FStart;

@@ -532,4 +532,138 @@ TEST(Cli, AlterKilledAtRandomMomentsLeavesTheTableWhole) {
     RecordProperty("new_forms", newForms);
 }
 
+// Text in and out by the same classes the dialogs use: a new table with
+// detected types, an export that reads back as the same values, and
+// refusals that leave the database as it was.
+TEST(Cli, ImportThenExportGivesTheSameText) {
+    TEngine engine;
+    brindle::test::TempDir dir;
+    const QString db = dir.file(QStringLiteral("text.db"));
+    const QByteArray csv =
+        "id,code,price,note,data\r\n"
+        "1,007,2.5,\"a, \"\"b\"\"\",x'00FF'\r\n"
+        "2,010,3.0,,\r\n"
+        "3,12,-1000.0,\"\",x''\r\n"
+        "4,9,0.30000000000000004,\"two\r\nlines\",\r\n";
+    const QString source = dir.write(QStringLiteral("items.csv"), csv);
+    Result r = run({QStringLiteral("import"), db, QStringLiteral("items"), source});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_EQ(r.out, QStringLiteral("4 rows imported into items (a new table)\n"));
+    EXPECT_EQ(
+        values(db, QStringLiteral(
+                       "select typeof(id) || typeof(code) || typeof(price) || coalesce(typeof(note), '') "
+                       "|| typeof(data) from items where id = 1")),
+        QStringList({"integertextrealtextblob"}));
+
+    const QString back = dir.file(QStringLiteral("back.csv"));
+    r = run({QStringLiteral("export"), db, QStringLiteral("items"), back});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_EQ(r.out, QStringLiteral("4 rows exported to %1\n").arg(back));
+    EXPECT_EQ(brindle::test::readFile(back), csv);
+
+    // UTF-16 with its mark, read back without being told.
+    const QString wide = dir.file(QStringLiteral("wide.csv"));
+    r = run({QStringLiteral("export"), db, QStringLiteral("--sql"),
+             QStringLiteral("select code, note from items"), wide, QStringLiteral("--encoding"),
+             QStringLiteral("UTF-16BE")});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_TRUE(brindle::test::readFile(wide).startsWith("\xFE\xFF\0c"));
+    r = run({QStringLiteral("import"), db, QStringLiteral("again"), wide});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_EQ(values(db, QStringLiteral("select count(*) from items join again using (code) where "
+                                        "items.note is again.note")),
+              QStringList({"4"}));
+}
+
+TEST(Cli, ImportRefusalsLeaveTheFileAsItWas) {
+    TEngine engine;
+    brindle::test::TempDir dir;
+    const QString db = dir.file(QStringLiteral("keep.db"));
+    {
+        brindle::TDLSQLiteDatabase d;
+        d.FShowWaitCursor = false;
+        d.SetFileName(db);
+        d.CreateDatabase(0, 4096, QStringLiteral("UTF-8"), QString());
+        d.Execute(QStringLiteral("create table t(a text, b integer); insert into t values ('kept', 1)"));
+    }
+    const QByteArray before = brindle::test::readFile(db);
+    const struct {
+        QByteArray Text;
+        QStringList Options;
+        const char* Message;
+    } cases[] = {
+        {"a,c\n1,2\n",
+         {},
+         "The table t has no column named \"c\" for the file's column 2; its columns are: a, b."},
+        {"a,b\nx,1\ny,2,3\n", {}, "Line 3: The row has 3 values, but there are 2 columns."},
+        {"", {}, "The file holds no rows to import."},
+        {"a;b\nx;\xE9\n",
+         {QStringLiteral("--encoding"), QStringLiteral("utf-8")},
+         "The text is not valid UTF-8: invalid bytes at byte offset 6 (line 2)."},
+        {"a|b\nx|\"y\n",
+         {QStringLiteral("--replace")},
+         "Line 2: CSV parser error: the quoted value that begins on line 2 is never closed."},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.Message);
+        const QString source = dir.write(QStringLiteral("bad.csv"), c.Text);
+        const Result r =
+            run(QStringList{QStringLiteral("import"), db, QStringLiteral("t"), source} + c.Options);
+        EXPECT_EQ(r.code, 1);
+        EXPECT_EQ(r.err.trimmed(), QString::fromUtf8(c.Message));
+        EXPECT_EQ(brindle::test::readFile(db), before);
+    }
+    // A database made for an import that fails is not left behind.
+    const QString fresh = dir.file(QStringLiteral("fresh.db"));
+    EXPECT_EQ(
+        run({QStringLiteral("import"), fresh, QStringLiteral("t"), dir.write(QStringLiteral("e.csv"), "")})
+            .code,
+        1);
+    EXPECT_FALSE(QFile::exists(fresh));
+    EXPECT_EQ(
+        run({QStringLiteral("export"), db, QStringLiteral("missing"), dir.file(QStringLiteral("o.csv"))}).err,
+        QStringLiteral("No table named missing\n"));
+    EXPECT_EQ(run({QStringLiteral("export"), db, QStringLiteral("t")}).code, 2);
+    EXPECT_EQ(run({QStringLiteral("export"), db, QStringLiteral("--sql"), QStringLiteral("delete from t"),
+                   dir.file(QStringLiteral("o.csv"))})
+                  .err,
+              QStringLiteral("Only a SELECT (or a PRAGMA or EXPLAIN) can be exported.\n"));
+    EXPECT_EQ(brindle::test::readFile(db), before);
+}
+
+// Ctrl+C in the middle of a long import: the rows so far are rolled back
+// and the file is byte for byte what it was.
+TEST(Cli, ImportStopsOnInterruptAndRollsBack) {
+    TEngine engine;
+    brindle::test::TempDir dir;
+    const QString db = dir.file(QStringLiteral("big.db"));
+    {
+        brindle::TDLSQLiteDatabase d;
+        d.FShowWaitCursor = false;
+        d.SetFileName(db);
+        d.CreateDatabase(0, 4096, QStringLiteral("UTF-8"), QString());
+        d.Execute(
+            QStringLiteral("create table t(id integer, name text, amount real); "
+                           "insert into t values (0, 'before', 0.5)"));
+    }
+    const QByteArray before = brindle::test::readFile(db);
+    QByteArray csv = "id,name,amount\n";
+    csv.reserve(120'000'000);
+    for (int i = 1; i <= 4'000'000; ++i)
+        csv += QByteArray::number(i) + ",name " + QByteArray::number(i % 977) + ",1.25\n";
+    const QString source = dir.write(QStringLiteral("big.csv"), csv);
+    csv.clear();
+    QProcess p;
+    p.start(QStringLiteral(BRINDLE_CLI), {QStringLiteral("import"), db, QStringLiteral("t"), source});
+    ASSERT_TRUE(p.waitForStarted());
+    QThread::msleep(1500);
+    ASSERT_TRUE(brindle::test::SignalChild(p, SIGINT)) << "the import ended before the signal";
+    ASSERT_TRUE(p.waitForFinished(60000));
+    EXPECT_EQ(p.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(p.exitCode(), 1);
+    EXPECT_EQ(QString::fromUtf8(p.readAllStandardError()).trimmed(), QStringLiteral("interrupted"));
+    EXPECT_EQ(brindle::test::readFile(db), before);
+    EXPECT_FALSE(QFile::exists(db + QStringLiteral("-journal")));
+}
+
 }  // namespace
