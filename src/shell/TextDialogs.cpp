@@ -344,6 +344,7 @@ void TfrmTextImport::ProcessImport() {
     target.NewTable = rbNewTable->isChecked();
     target.TableName = (target.NewTable ? edNewTable->text() : cbTables->currentText()).trimmed();
     target.DeleteExistingData = !target.NewTable && cbDeleteData->isChecked();
+    target.AutoDetectTypes = cbAutoDetect->isChecked();
     const QString fileName = edFileName->text();
     try {
         if (fileName.isEmpty()) throw ECustomException(QStringLiteral("Please choose the file to import."));
@@ -373,9 +374,6 @@ void TfrmTextImport::ProcessImport() {
                 Form.UpdateControls();
             }
         } end{*this};
-        if (target.NewTable && !cbAutoDetect->isChecked())
-            target.Fields =
-                importer.DetectFieldList(file, false, delimiter, encoding, cbFieldNames->isChecked());
         const TTextImportResult result =
             importer.ImportIntoTable(FDatabase, file, target, delimiter, encoding, cbFieldNames->isChecked());
         for (const QString& e : importer.FErrors) Log(e);
