@@ -1,5 +1,7 @@
 #include "CliCommands.h"
 
+#include "CliTransfer.h"
+
 #include "data/DLQuery.h"
 #include "interchange/CSVWriter.h"
 #include "interchange/TextExport.h"
@@ -793,6 +795,7 @@ void cmdExport(const Options& o, QTextStream& out, QTextStream& err) {
 }  // namespace
 
 int Run(const QStringList& args, QTextStream& out, QTextStream& err) {
+    if (const int code = RunTransferCommand(args, out, err); code >= 0) return code;
     Options o;
     for (qsizetype i = 0; i < args.size(); ++i) {
         const QString& a = args[i];
@@ -819,7 +822,7 @@ int Run(const QStringList& args, QTextStream& out, QTextStream& err) {
         } else if (a == u"--replace") {
             o.replace = true;
         } else if (a == u"-h" || a == u"--help") {
-            out << kUsage;
+            out << kUsage << kTransferUsage;
             return 0;
         } else {
             o.positional.append(a);
@@ -850,7 +853,7 @@ int Run(const QStringList& args, QTextStream& out, QTextStream& err) {
         o.positional.value(0) == u"export" && o.positional.size() != (o.exportSQL.isEmpty() ? 4 : 3);
     if (it == commands.end() || o.positional.size() < it->second.MinArgs ||
         o.positional.size() > it->second.MaxArgs || exportMismatch || (o.tsv && !o.delimiter.isEmpty())) {
-        err << kUsage;
+        err << kUsage << kTransferUsage;
         return 2;
     }
     try {

@@ -1,0 +1,96 @@
+// What the copy into a database and the script writer share: a prepared
+// statement that is stepped by hand, the definitions of a table's parts as
+// the metadata describes them, and the facts a copy must keep that no
+// definition holds (computed columns, the AUTOINCREMENT counter, clauses
+// only the stored text carries).
+//
+// Threading: the caller's thread, with its databases.
+#pragma once
+
+#include <QString>
+#include <QStringList>
+#include <memory>
+#include <optional>
+
+struct sqlite3_stmt;
+
+namespace brindle {
+
+class TBaseIndexInfo;
+class TBaseTableInfo;
+class TDLIndexDef;
+class TDLSQLiteDatabase;
+class TDLTableDef;
+class TSQLiteSQLHandle;
+class TSQLiteTableInfo;
+
+// One statement, prepared once and stepped as often as wanted. Finalized
+// with the object, or when the database closes first.
+class TPreparedStatement {
+public:
+    // Raises with the engine's message when the text does not prepare.
+    TPreparedStatement(TDLSQLiteDatabase& Database, const QString& SQL);
+    ~TPreparedStatement();
+    TPreparedStatement(const TPreparedStatement&) = delete;
+    TPreparedStatement& operator=(const TPreparedStatement&) = delete;
+
+    // Null for a text without a statement.
+    sqlite3_stmt* Handle() const;
+    TSQLiteSQLHandle& SQLHandle() const { return *FHandle; }
+    const QString& SQL() const { return FSQL; }
+    // True while it gives rows; raises the engine's error with the text.
+    bool Step();
+    // Back to the start; the bound values stay.
+    void Reset();
+
+private:
+    TDLSQLiteDatabase& FDatabase;
+    QString FSQL;
+    std::unique_ptr<TSQLiteSQLHandle> FHandle;
+};
+
+// The columns of a table that a row is written to, in table order: all
+// but the computed ones, which the engine fills itself.
+QStringList InsertableColumns(const TBaseTableInfo& Table);
+// Some column is computed, so rows need a column list.
+bool HasComputedColumns(const TBaseTableInfo& Table);
+// Quoted names joined by ", ".
+QString QuotedColumnList(const QStringList& Columns);
+
+// The table's CREATE text as stored, renamed to DestName when that
+// differs, for a table whose text has clauses the definitions cannot carry
+// (a column that is an expression in an index is such a clause too, and is
+// not asked here). Empty when the definitions carry everything.
+QString StoredTableText(const TSQLiteTableInfo& Table, const QString& DestName);
+// A stored CREATE INDEX text under another index and table name; used for
+// an index of expressions, which the definitions cannot carry.
+QString StoredIndexText(const TBaseIndexInfo& Index, const QString& IndexName, const QString& TableName);
+// An index has a column that is an expression.
+bool HasExpressionColumns(const TBaseIndexInfo& Index);
+
+// The field definitions of the table's columns: declared type, default,
+// collation, not-null (when NotNull) and its conflict clause, and for a
+// computed column its expression.
+void AddFieldDefs(const TBaseTableInfo& Table, TDLTableDef& TableDef, bool NotNull);
+// The index as a definition named IndexName. IsPrimary says whether it
+// stays the key.
+std::unique_ptr<TDLIndexDef> IndexDefOf(const TBaseIndexInfo& Index, const QString& IndexName,
+                                        bool IsPrimary);
+// Unique, check and foreign key constraints, one to one.
+void AddConstraintDefs(const TBaseTableInfo& Table, TDLTableDef& TableDef);
+// STRICT and WITHOUT ROWID, as the stored text says.
+void SetTableOptions(const TBaseTableInfo& Table, TDLTableDef& TableDef);
+
+// The database has the table of AUTOINCREMENT counters.
+bool HasSequenceTable(TDLSQLiteDatabase& Database);
+// The AUTOINCREMENT counter the database keeps for a table (bare name);
+// none when it keeps none.
+std::optional<qint64> ReadSequence(TDLSQLiteDatabase& Database, const QString& TableName);
+// The statements that raise the destination's counter of the table (a
+// quoted name) to at least Value, whatever rows it holds.
+QStringList SequenceStatements(const QString& QuotedTableName, qint64 Value);
+
+// A name inside a comment: "*/" would end the comment early.
+QString CommentSafe(const QString& Text);
+
+}  // namespace brindle
