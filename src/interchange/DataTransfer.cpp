@@ -199,9 +199,11 @@ void TDBToDB::DropDestinationTable(TTableRec& TableRec) {
     if (FDropDestination && TableRec.FIncludeStructure &&
         FDestDatabase->TableExists(TableRec.FDestTableName)) {
         DoLog(QStringLiteral("Dropping table..."));
-        FDestDatabase->DropTable(TableRec.FDestTableName);
+        DropDestTable(TableRec.FDestTableName);
     }
 }
+
+void TDBToDB::DropDestTable(const QString& TableName) { FDestDatabase->DropTable(TableName); }
 
 void TDBToDB::InternalDBToDB(bool Sorted) {
     auto eachTable = [this](const std::function<void(TTableRec&)>& Step) {
@@ -406,7 +408,7 @@ void TDBToSQLite::CopyStructure(TTableRec& TableRec, bool ColumnsOnly) {
     const QString destName = TableRec.FDestTableName;
     const auto* info = dynamic_cast<const TSQLiteTableInfo*>(TableRec.FTableInfo);
     // What the column pass made stands in the way of the whole table.
-    if (!ColumnsOnly && FColumnsMade.removeAll(destName) > 0) dest.DropTable(destName);
+    if (!ColumnsOnly && FColumnsMade.removeAll(destName) > 0) DropDestTable(destName);
 
     if (info && info->FIsVirtual) {
         // Made once, whole: a module takes no partial definition.
@@ -503,6 +505,11 @@ void TDBToSQLite::CopyConstraints(TTableRec& TableRec, TDLTableDef& TableDef) {
     AddConstraintDefs(*TableRec.FTableInfo, TableDef);
 }
 
+// The name is quoted as the definitions write it, which holds any name.
+void TDBToSQLite::DropDestTable(const QString& TableName) {
+    DestDatabase().Execute(QStringLiteral("drop table ") + TableName);
+}
+
 void TDBToSQLite::AfterData() {
     TDLSQLiteDatabase& dest = DestDatabase();
     for (const auto& [table, texts] : FPendingTriggers) {
@@ -520,7 +527,7 @@ void TDBToSQLite::ViewToDatabase(TViewRec& ViewRec) {
     DoLog(QStringLiteral("Copying view: ") + destName);
     if (FDropDestination && ViewRec.FIncludeStructure && dest.ViewExists(destName)) {
         DoLog(QStringLiteral("Dropping view..."));
-        dest.DropView(destName);
+        dest.Execute(QStringLiteral("drop view ") + destName);
     }
     const TBaseViewInfo& view = *ViewRec.FViewInfo;
     TDLViewDef def(destName);

@@ -177,6 +177,8 @@ protected:
     // for the rows, such as triggers, which would fire on them.
     virtual void AfterData() {}
 
+    // Drops a table of the destination by its quoted name.
+    virtual void DropDestTable(const QString& TableName);
     // Fills FDestTableName when empty; logs "Copying table: ".
     void PrepareTable(TTableRec& TableRec);
     // FDropDestination: drops the destination's table of the record.
@@ -205,6 +207,7 @@ protected:
     void CopyData(TTableRec& TableRec) override;
     void InsertCurrentRecord(TDataSet& DataSet, const QString& TableName, bool InsertNulls) override;
     void AfterData() override;
+    void DropDestTable(const QString& TableName) override;
 
     virtual void CopyFields(TTableRec& TableRec, TDLTableDef& TableDef);
     virtual void CopyIndexes(TTableRec& TableRec, TDLTableDef& TableDef);

@@ -111,8 +111,25 @@ public:
         else
             FText.append(Text);
     }
-    // A string literal of plain UTF-8 text, inner quotes doubled.
+    // A string literal of plain UTF-8 text, inner quotes doubled. A
+    // carriage return stands apart, as char(13): readers of scripts take a
+    // line's CR LF for a line end and keep the LF alone.
     void Literal(const char* Text, qsizetype Size) {
+        const char* cr = static_cast<const char*>(std::memchr(Text, '\r', Size));
+        if (!cr) return Quoted(Text, Size);
+        Ascii("(");
+        for (;;) {
+            Quoted(Text, cr - Text);
+            Size -= cr - Text + 1;
+            Text = cr + 1;
+            Ascii(" || char(13) || ");
+            cr = static_cast<const char*>(std::memchr(Text, '\r', Size));
+            if (!cr) break;
+        }
+        Quoted(Text, Size);
+        Ascii(")");
+    }
+    void Quoted(const char* Text, qsizetype Size) {
         if (!FUtf8) {
             FText.append(QuotedStr(QString::fromUtf8(Text, Size)));
             return;
