@@ -2,9 +2,9 @@
 
 #include "TransferTools.h"
 
+#include "data/DLQuery.h"
 #include "data/DLRecData.h"
 #include "data/DLSQLiteEdit.h"
-#include "data/DLTable.h"
 #include "engine/DLPragmaOptions.h"
 #include "engine/DLQuoteTools.h"
 #include "engine/DLSQLite3API.h"
@@ -32,6 +32,14 @@ bool InMainDatabase(const QString& QualifiedName) {
     QString db, name;
     SplitObjectName(QualifiedName, db, name);
     return db.isEmpty() || db.compare(QLatin1String("main"), Qt::CaseInsensitive) == 0;
+}
+
+// A destination name in the destination's main database, said so: while
+// the source is attached a bare name could find the source's table.
+QString InMain(const QString& Name) {
+    QString db, name;
+    SplitObjectName(Name, db, name);
+    return db.isEmpty() ? QStringLiteral("main.") + Name : Name;
 }
 
 bool IsShadowTable(const TBaseTableInfo& Table) {
@@ -203,7 +211,9 @@ void TDBToDB::DropDestinationTable(TTableRec& TableRec) {
     }
 }
 
-void TDBToDB::DropDestTable(const QString& TableName) { FDestDatabase->DropTable(TableName); }
+void TDBToDB::DropDestTable(const QString& TableName) {
+    FDestDatabase->DropTable(TableName);
+}
 
 void TDBToDB::InternalDBToDB(bool Sorted) {
     auto eachTable = [this](const std::function<void(TTableRec&)>& Step) {
@@ -272,10 +282,13 @@ void TDBToDB::Execute() {
 std::unique_ptr<TDataSet> TDBToDB::OpenTable(const QString& TableName) {
     auto* db = dynamic_cast<TDLSQLiteDatabase*>(FSourceDatabase);
     if (!db) throw ECustomException(QStringLiteral("No way to read the tables of this source"));
-    auto table = std::make_unique<TDLTable>();
-    table->SetDatabase(db);
-    table->SetTableName(TableName);
-    return table;
+    // The rows as the table gives them, through a statement of our own: a
+    // table dataset's would not hold every name.
+    auto query = std::make_unique<TDLQuery>();
+    query->FAllowPreprocess = false;
+    query->SetDatabase(db);
+    query->SetSQL(QStringLiteral("select * from ") + QuoteQualifiedName(TableName));
+    return query;
 }
 
 void TDBToDB::CopyData(TTableRec& TableRec) {
@@ -507,7 +520,7 @@ void TDBToSQLite::CopyConstraints(TTableRec& TableRec, TDLTableDef& TableDef) {
 
 // The name is quoted as the definitions write it, which holds any name.
 void TDBToSQLite::DropDestTable(const QString& TableName) {
-    DestDatabase().Execute(QStringLiteral("drop table ") + TableName);
+    DestDatabase().Execute(QStringLiteral("drop table ") + InMain(TableName));
 }
 
 void TDBToSQLite::AfterData() {
@@ -527,7 +540,7 @@ void TDBToSQLite::ViewToDatabase(TViewRec& ViewRec) {
     DoLog(QStringLiteral("Copying view: ") + destName);
     if (FDropDestination && ViewRec.FIncludeStructure && dest.ViewExists(destName)) {
         DoLog(QStringLiteral("Dropping view..."));
-        dest.Execute(QStringLiteral("drop view ") + destName);
+        dest.Execute(QStringLiteral("drop view ") + InMain(destName));
     }
     const TBaseViewInfo& view = *ViewRec.FViewInfo;
     TDLViewDef def(destName);
@@ -569,7 +582,7 @@ void TDBToSQLite::InsertCurrentRecord(TDataSet& DataSet, const QString& TableNam
     if (names.isEmpty()) throw ECustomException(QStringLiteral("Could not insert empty record"));
     const QString sql =
         QStringLiteral("insert into %1(%2) values(%3)")
-            .arg(TableName, names.join(QStringLiteral(", ")), marks.join(QStringLiteral(", ")));
+            .arg(InMain(TableName), names.join(QStringLiteral(", ")), marks.join(QStringLiteral(", ")));
     // Rows of one table give one text: it is prepared once.
     if (!FInsert || sql != FInsertSQL) {
         FInsert.reset();
@@ -589,7 +602,8 @@ void TDBToSQLite::CopySequence(TTableRec& TableRec) {
     // The destination keeps counters only when a table of it has
     // AUTOINCREMENT.
     if (!seq || !HasSequenceTable(dest)) return;
-    for (const QString& sql : SequenceStatements(TableRec.FDestTableName, *seq)) dest.Execute(sql);
+    for (const QString& sql : SequenceStatements(TableRec.FDestTableName, *seq, QStringLiteral("main.")))
+        dest.Execute(sql);
 }
 
 void TDBToSQLite::CopyData(TTableRec& TableRec) {
@@ -713,10 +727,12 @@ void TSQLiteToSQLite::RowCopied(sqlite3_context* Context, int, sqlite3_value**) 
     auto* counter = static_cast<TRowCounter*>(ActiveRowCounter);
     if (!counter) return d.sqlite3_result_int(Context, 1);
     // Nothing may be thrown through the engine: a failure waits in the
-    // counter until the statement has given up.
+    // counter until the statement has given up. An abort lets the rest of
+    // the rows by, so that the rows copied so far stay, as they do on the
+    // other road.
     try {
+        if (counter->Transfer->DoCheckAbort()) return d.sqlite3_result_int(Context, 0);
         if (++counter->Count % 100 == 0) counter->Transfer->DoTableProgress(counter->Table, counter->Count);
-        if (counter->Transfer->DoCheckAbort()) return d.sqlite3_result_error(Context, "interrupted", -1);
     } catch (...) {
         counter->Failure = std::current_exception();
         return d.sqlite3_result_error(Context, "failed", -1);
@@ -732,7 +748,7 @@ void TSQLiteToSQLite::CopyInEngine(TTableRec& TableRec) {
     const QString source =
         QuoteName(QLatin1String(kAttachedSource)) + u'.' + QuoteName(BareName(table.FTableName));
     const QString sql = QStringLiteral("insert into %1(%2) select %2 from %3 where brindle_transfer_row()")
-                            .arg(TableRec.FDestTableName, columns, source);
+                            .arg(InMain(TableRec.FDestTableName), columns, source);
     dest.SQLiteCheck(d.sqlite3_create_function(dest.Handle(), "brindle_transfer_row", 0, SQLITE_UTF8, nullptr,
                                                &TSQLiteToSQLite::RowCopied, nullptr, nullptr));
     TRowCounter counter{this, table.FTableName, 0, {}};
@@ -751,7 +767,6 @@ void TSQLiteToSQLite::CopyInEngine(TTableRec& TableRec) {
     } catch (const ECustomException&) {
         DoTableProgress(table.FTableName, counter.Count);
         if (counter.Failure) std::rethrow_exception(counter.Failure);
-        if (FAborted) return;  // the statement gave up for the abort
         throw;
     }
     DoTableProgress(table.FTableName, counter.Count);
@@ -776,9 +791,10 @@ void TSQLiteToSQLite::CopyRows(TTableRec& TableRec) {
         marks << QStringLiteral("?");
     }
     if (names.isEmpty()) throw ECustomException(QStringLiteral("Could not insert empty record"));
-    TPreparedStatement insert(dest, QStringLiteral("insert into %1(%2) values(%3)")
-                                        .arg(TableRec.FDestTableName, names.join(QStringLiteral(", ")),
-                                             marks.join(QStringLiteral(", "))));
+    TPreparedStatement insert(dest,
+                              QStringLiteral("insert into %1(%2) values(%3)")
+                                  .arg(InMain(TableRec.FDestTableName), names.join(QStringLiteral(", ")),
+                                       marks.join(QStringLiteral(", "))));
     sqlite3_stmt* ins = insert.Handle();
     TSQLite3Driver& d = *SQLite3Driver;
     static const char empty = 0;

@@ -7,6 +7,7 @@
 
 #include <QFile>
 #include <QStringList>
+#include <algorithm>
 #include <memory>
 
 namespace brindle {
@@ -15,7 +16,18 @@ int TStringBuffer::ReadBuffer(QString& Buffer) {
     char16_t* data = reinterpret_cast<char16_t*>(Buffer.data());
     const qsizetype size = Buffer.size();
     qsizetype count = 0;
-    while (count < size && GetChar(data[count])) ++count;
+    while (count < size) {
+        // A run of the decoded block at once; GetChar decodes the next.
+        if (const qsizetype run = std::min(Available(), size - count); run > 0) {
+            std::copy_n(Current(), run, data + count);
+            Skip(run);
+            count += run;
+        } else if (GetChar(data[count])) {
+            ++count;
+        } else {
+            break;
+        }
+    }
     return static_cast<int>(count);
 }
 

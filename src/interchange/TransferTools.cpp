@@ -200,14 +200,14 @@ std::optional<qint64> ReadSequence(TDLSQLiteDatabase& Database, const QString& T
     return ok ? std::optional<qint64>(seq) : std::nullopt;
 }
 
-QStringList SequenceStatements(const QString& QuotedTableName, qint64 Value) {
+QStringList SequenceStatements(const QString& QuotedTableName, qint64 Value, const QString& Schema) {
     const QString name = QuotedStr(BareName(QuotedTableName));
-    return {
-        QStringLiteral("update sqlite_sequence set seq = max(seq, %1) where name = %2;").arg(Value).arg(name),
-        QStringLiteral("insert into sqlite_sequence(name, seq) select %2, %1 where not exists "
-                       "(select 1 from sqlite_sequence where name = %2);")
-            .arg(Value)
-            .arg(name)};
+    const QString table = Schema + QStringLiteral("sqlite_sequence");
+    return {QStringLiteral("update %3 set seq = max(seq, %1) where name = %2;").arg(Value).arg(name, table),
+            QStringLiteral("insert into %3(name, seq) select %2, %1 where not exists "
+                           "(select 1 from %3 where name = %2);")
+                .arg(Value)
+                .arg(name, table)};
 }
 
 QString CommentSafe(const QString& Text) {

@@ -87,8 +87,10 @@ bool HasSequenceTable(TDLSQLiteDatabase& Database);
 // none when it keeps none.
 std::optional<qint64> ReadSequence(TDLSQLiteDatabase& Database, const QString& TableName);
 // The statements that raise the destination's counter of the table (a
-// quoted name) to at least Value, whatever rows it holds.
-QStringList SequenceStatements(const QString& QuotedTableName, qint64 Value);
+// quoted name) to at least Value, whatever rows it holds; Schema ("main.")
+// goes before the counters' table.
+QStringList SequenceStatements(const QString& QuotedTableName, qint64 Value,
+                               const QString& Schema = QString());
 
 // A name inside a comment: "*/" would end the comment early.
 QString CommentSafe(const QString& Text);
