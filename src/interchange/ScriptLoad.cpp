@@ -97,6 +97,7 @@ void TScriptToSQLite::ScriptToSQLite() {
     if (!file.open(QIODevice::ReadOnly))
         throw ECustomException(
             QStringLiteral("Cannot open file \"%1\": %2").arg(FFileName, file.errorString()));
+    CheckHead(file.peek(1024));
     const qint64 size = file.size();
     // Below the line one split of the whole text is faster; above it the
     // text is never whole in memory.
@@ -150,6 +151,17 @@ void TScriptToSQLite::LargeScriptToSQLite(QIODevice& File, qint64 Size) {
         if (Size > 0) DoProgress(static_cast<int>((File.pos() + 1) * 1000 / Size), 1000);
         if (DoCheckAbort() || size == 0) break;
     }
+}
+
+void TScriptToSQLite::CheckHead(const QByteArray& Head) const {
+    if (FEncoding->CodePage() == 1200 || FEncoding->CodePage() == 1201 || Head.isEmpty()) return;
+    // Text in UTF-16 has a zero in every other byte while it stays ASCII;
+    // SQL in any other encoding has none.
+    if (Head.count('\0') * 4 >= Head.size())
+        throw ECustomException(
+            QStringLiteral("The script is not text in %1: it looks like UTF-16 without a byte "
+                           "order mark, and must be read as UTF-16")
+                .arg(FEncoding->Name()));
 }
 
 void TScriptToSQLite::CheckText(QStringView Text) const {

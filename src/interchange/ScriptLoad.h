@@ -73,6 +73,9 @@ private:
     // its lines counted.
     void RunPiece(const QString& Piece);
     void ExecuteStatement(const QString& Statement);
+    // The first bytes of a script in UTF-16 without its mark, to be read
+    // in another encoding.
+    void CheckHead(const QByteArray& Head) const;
     // A script read in the wrong encoding (UTF-16 without its mark read as
     // UTF-8, for one) shows characters of code 0, which no SQL text holds.
     void CheckText(QStringView Text) const;
