@@ -119,7 +119,8 @@ public:
 
 private:
     [[noreturn]] void Fail(const QString& What) const {
-        throw ECustomException(QStringLiteral("Invalid clipboard data: line %1: %2").arg(FToken.Line).arg(What));
+        throw ECustomException(
+            QStringLiteral("Invalid clipboard data: line %1: %2").arg(FToken.Line).arg(What));
     }
     bool IsSymbol(QChar C) const { return FToken.Kind == tkSymbol && FToken.Text == C; }
     bool IsIdent(const QString& Word) const {
@@ -136,7 +137,8 @@ private:
 
     std::vector<TStreamProperty> ReadProperties() {
         std::vector<TStreamProperty> properties;
-        while (FToken.Kind == tkIdent && !IsIdent(QStringLiteral("end")) && !IsIdent(QStringLiteral("object")))
+        while (FToken.Kind == tkIdent && !IsIdent(QStringLiteral("end")) &&
+               !IsIdent(QStringLiteral("object")))
             properties.push_back(ReadProperty());
         if (IsIdent(QStringLiteral("object"))) Fail(QStringLiteral("nested objects are not supported"));
         return properties;
@@ -217,7 +219,8 @@ private:
             FToken.Text = ScanString();
         } else if (c.isLetter() || c == u'_') {
             const qsizetype start = FPos;
-            while (FPos < n && (FText[FPos].isLetterOrNumber() || FText[FPos] == u'_' || FText[FPos] == u'.')) ++FPos;
+            while (FPos < n && (FText[FPos].isLetterOrNumber() || FText[FPos] == u'_' || FText[FPos] == u'.'))
+                ++FPos;
             FToken.Kind = tkIdent;
             FToken.Text = FText.mid(start, FPos - start);
         } else if (c.isDigit() || c == u'-') {
@@ -293,9 +296,9 @@ template <typename T>
 void GetMembers(const TStreamItem& Item, T& Value, std::span<const TMember<T>> Members) {
     for (const auto& [name, member] : Members)
         if (const TStreamProperty* p = Item.Find(QLatin1String(name)))
-            Value.*member = p->Kind == TStreamProperty::pkBoolean ? (p->Boolean ? QStringLiteral("True")
-                                                                                : QStringLiteral("False"))
-                                                                  : p->Text;
+            Value.*member = p->Kind == TStreamProperty::pkBoolean
+                                ? (p->Boolean ? QStringLiteral("True") : QStringLiteral("False"))
+                                : p->Text;
 }
 
 const TMember<TClipFieldInfo> kFieldMembers[] = {
@@ -527,7 +530,8 @@ bool BytesToComponent(const QByteArray& Bytes, TClipIndexes& Clip) {
 }
 
 bool BytesToComponent(const QByteArray& Bytes, TClipUniqueConstraints& Clip) {
-    return BytesToItems<TClipUniqueConstraintInfo>(Bytes, "TClipUniqueConstraints", Clip.Items, kUniqueMembers);
+    return BytesToItems<TClipUniqueConstraintInfo>(Bytes, "TClipUniqueConstraints", Clip.Items,
+                                                   kUniqueMembers);
 }
 
 bool BytesToComponent(const QByteArray& Bytes, TClipCheckConstraints& Clip) {
@@ -557,7 +561,8 @@ bool BytesToComponent(const QByteArray& Bytes, TClipObjects& Clip) {
     if (!ReadClass(Bytes, "TClipObjects", object)) return false;
     Clip = TClipObjects{};
     if (const TStreamProperty* p = object.Find(QStringLiteral("DatabaseAlias"))) Clip.DatabaseAlias = p->Text;
-    if (const TStreamProperty* p = object.Find(QStringLiteral("Items")); p && p->Kind == TStreamProperty::pkStrings)
+    if (const TStreamProperty* p = object.Find(QStringLiteral("Items"));
+        p && p->Kind == TStreamProperty::pkStrings)
         Clip.Items = p->Strings;
     return true;
 }
@@ -621,7 +626,8 @@ std::vector<TDesignIndex> IndexesFromClip(const TClipIndexes& Clip) {
 
 TClipUniqueConstraints ClipFromUniqueConstraints(const std::vector<TDesignUniqueConstraint>& Constraints) {
     TClipUniqueConstraints clip;
-    for (const TDesignUniqueConstraint& u : Constraints) clip.Items.push_back({u.Name, u.Fields, u.OnConflict});
+    for (const TDesignUniqueConstraint& u : Constraints)
+        clip.Items.push_back({u.Name, u.Fields, u.OnConflict});
     return clip;
 }
 

@@ -744,7 +744,9 @@ void TSQLiteToSQLite::CopyInEngine(TTableRec& TableRec) {
     TDLSQLiteDatabase& dest = DestDatabase();
     TSQLite3Driver& d = *SQLite3Driver;
     const TBaseTableInfo& table = *TableRec.FTableInfo;
-    const QString columns = QuotedColumnList(InsertableColumns(table));
+    const QString columns =
+        (TableRec.FIncludeStructure && KeepsRowID(table) ? QStringLiteral("rowid, ") : QString()) +
+        QuotedColumnList(InsertableColumns(table));
     const QString source =
         QuoteName(QLatin1String(kAttachedSource)) + u'.' + QuoteName(BareName(table.FTableName));
     const QString sql = QStringLiteral("insert into %1(%2) select %2 from %3 where brindle_transfer_row()")
@@ -777,17 +779,22 @@ void TSQLiteToSQLite::CopyRows(TTableRec& TableRec) {
     const TBaseTableInfo& table = *TableRec.FTableInfo;
     const QString name = table.FTableName;
     const QString from = QStringLiteral(" from ") + QuoteQualifiedName(name);
-    // Computed columns are the engine's to fill.
+    // A table this run made keeps its rows' rowids; computed columns are
+    // the engine's to fill.
+    const bool rowid = TableRec.FIncludeStructure && KeepsRowID(table);
     TPreparedStatement select(
-        SourceDatabase(), HasComputedColumns(table) && !IsVirtualTable(table)
-                              ? QStringLiteral("select ") + QuotedColumnList(InsertableColumns(table)) + from
-                              : QStringLiteral("select *") + from);
+        SourceDatabase(),
+        QStringLiteral("select ") + (rowid ? QStringLiteral("rowid, ") : QString()) +
+            (HasComputedColumns(table) && !IsVirtualTable(table) ? QuotedColumnList(InsertableColumns(table))
+                                                                 : QStringLiteral("*")) +
+            from);
     sqlite3_stmt* src = select.Handle();
     const int columns = SQLite3Driver->sqlite3_column_count(src);
     QStringList names, marks;
     for (int c = 0; c < columns; ++c) {
-        names << QuoteName(
-            QString::fromUtf16(static_cast<const char16_t*>(SQLite3Driver->sqlite3_column_name16(src, c))));
+        names << (rowid && c == 0 ? QStringLiteral("rowid")
+                                  : QuoteName(QString::fromUtf16(static_cast<const char16_t*>(
+                                        SQLite3Driver->sqlite3_column_name16(src, c)))));
         marks << QStringLiteral("?");
     }
     if (names.isEmpty()) throw ECustomException(QStringLiteral("Could not insert empty record"));

@@ -491,16 +491,26 @@ void TSQLiteToScript::DataToScript(TTableRec& TableRec) {
     const auto* info = dynamic_cast<const TSQLiteTableInfo*>(&table);
     const QString source = table.FTableName;
     const QString from = QStringLiteral(" from ") + QuoteQualifiedName(source);
-    // Computed columns are the engine's to fill: such a table's rows name
-    // the columns they give.
-    const bool listed = HasComputedColumns(table) && !(info && info->FIsVirtual);
-    const QStringList columns = InsertableColumns(table);
-    TPreparedStatement select(*FSourceDatabase,
-                              listed ? QStringLiteral("select ") + QuotedColumnList(columns) + from
-                                     : QStringLiteral("select *") + from);
-    const QString head = listed ? QStringLiteral("insert into %1(%2) values(")
-                                      .arg(DestTableName(TableRec), QuotedColumnList(columns))
-                                : QStringLiteral("insert into %1 values(").arg(DestTableName(TableRec));
+    // Computed columns are the engine's to fill, and a table the script
+    // makes keeps its rows' rowids: such a table's rows name the columns
+    // they give.
+    const bool computed = HasComputedColumns(table) && !(info && info->FIsVirtual);
+    const bool rowid = TableRec.FIncludeStructure && KeepsRowID(table);
+    TPreparedStatement select(
+        *FSourceDatabase, QStringLiteral("select ") + (rowid ? QStringLiteral("rowid, ") : QString()) +
+                              (computed ? QuotedColumnList(InsertableColumns(table)) : QStringLiteral("*")) +
+                              from);
+    QString head = QStringLiteral("insert into %1 values(").arg(DestTableName(TableRec));
+    if (computed || rowid) {
+        QStringList names;
+        for (int c = rowid ? 1 : 0;
+             select.Handle() && c < SQLite3Driver->sqlite3_column_count(select.Handle()); ++c)
+            names << QString::fromUtf16(
+                static_cast<const char16_t*>(SQLite3Driver->sqlite3_column_name16(select.Handle(), c)));
+        head = QStringLiteral("insert into %1(%2%3) values(")
+                   .arg(DestTableName(TableRec), rowid ? QStringLiteral("rowid, ") : QString(),
+                        QuotedColumnList(names));
+    }
     const QByteArray headUtf8 = head.toUtf8();
     TSQLite3Driver& d = *SQLite3Driver;
     sqlite3_stmt* stmt = select.Handle();

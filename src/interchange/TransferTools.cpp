@@ -78,6 +78,22 @@ bool HasComputedColumns(const TBaseTableInfo& Table) {
     return false;
 }
 
+bool KeepsRowID(const TBaseTableInfo& Table) {
+    const auto* t = dynamic_cast<const TSQLiteTableInfo*>(&Table);
+    if (!t || t->FIsWithoutRowID || t->FIsShadow) return false;
+    if (t->FIsVirtual)
+        return t->FModuleName.compare(QLatin1String("fts3"), Qt::CaseInsensitive) == 0 ||
+               t->FModuleName.compare(QLatin1String("fts4"), Qt::CaseInsensitive) == 0 ||
+               t->FModuleName.compare(QLatin1String("fts5"), Qt::CaseInsensitive) == 0;
+    // A key that is the rowid has no index of its own, and so no name.
+    const TBaseIndexInfo* key = Table.PrimaryKey();
+    if (key && key->FIndexName.isEmpty()) return false;
+    for (int i = 0; i < Table.FieldCount(); ++i)
+        if (Table.Fields(i).FFieldName.compare(QLatin1String("rowid"), Qt::CaseInsensitive) == 0)
+            return false;
+    return true;
+}
+
 QString QuotedColumnList(const QStringList& Columns) {
     QStringList quoted;
     quoted.reserve(Columns.size());

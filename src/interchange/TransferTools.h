@@ -54,6 +54,11 @@ private:
 QStringList InsertableColumns(const TBaseTableInfo& Table);
 // Some column is computed, so rows need a column list.
 bool HasComputedColumns(const TBaseTableInfo& Table);
+// The rows of the table are told apart by a rowid that no column holds
+// (no INTEGER PRIMARY KEY, not WITHOUT ROWID, no column named rowid), or it
+// is a full-text table, whose rowid other tables point at: a copy that
+// makes the table keeps each row's rowid, rather than numbering them anew.
+bool KeepsRowID(const TBaseTableInfo& Table);
 // Quoted names joined by ", ".
 QString QuotedColumnList(const QStringList& Columns);
 

@@ -15,12 +15,17 @@ QString Hex(const void* Data, int Size) {
 
 // One row per line, read through the engine's own calls rather than the
 // program's datasets, which are what a copy goes through.
+// A table's rows come with their rowids, where it has them.
 void AddRows(TDLSQLiteDatabase& Database, const QString& Name, QStringList& Lines) {
     TSQLite3Driver& d = *SQLite3Driver;
-    const QByteArray sql =
-        "select * from \"" + QString(Name).replace(u'"', QStringLiteral("\"\"")).toUtf8() + '"';
+    const QByteArray from = " from \"" + QString(Name).replace(u'"', QStringLiteral("\"\"")).toUtf8() + '"';
     sqlite3_stmt* stmt = nullptr;
-    if (d.sqlite3_prepare_v2(Database.Handle(), sql.constData(), -1, &stmt, nullptr) != SQLITE_OK) {
+    if (d.sqlite3_prepare_v2(Database.Handle(), "select rowid, *" + from, -1, &stmt, nullptr) != SQLITE_OK) {
+        d.sqlite3_finalize(stmt);
+        stmt = nullptr;
+    }
+    if (!stmt &&
+        d.sqlite3_prepare_v2(Database.Handle(), "select *" + from, -1, &stmt, nullptr) != SQLITE_OK) {
         Lines << Name + QStringLiteral(" unreadable: ") +
                      QString::fromUtf8(d.sqlite3_errmsg(Database.Handle()));
         d.sqlite3_finalize(stmt);
