@@ -177,7 +177,9 @@ void cmdDump(const TOptions& o, QTextStream& err) {
     script.FIncludeDBProperties = objects.isEmpty();
     TProgress progress(err);
     progress.Watch(script);
-    TInterruptScope interrupts(&db, nullptr);
+    // Stopped between rows, not inside a statement: the script still gets
+    // its closing lines.
+    TInterruptScope interrupts(nullptr, nullptr);
     script.Execute();
     if (script.Aborted()) throw ECustomException(QStringLiteral("interrupted"));
 }
