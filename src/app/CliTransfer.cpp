@@ -223,6 +223,9 @@ void cmdTransfer(const TOptions& o, QTextStream& err) {
     openDatabase(source, o, sourceFile, false);
     TDLSQLiteMetadata md(&source);
     refresh(md);
+    if (QFileInfo(o.positional.value(1)).exists() &&
+        QFileInfo(sourceFile).canonicalFilePath() == QFileInfo(o.positional.value(1)).canonicalFilePath())
+        throw ECustomException(QStringLiteral("SOURCE and DEST are the same file"));
     TDLSQLiteDatabase dest;
     const bool created = openDatabase(dest, o, o.positional.value(1), true);
     TSQLiteToSQLite transfer;

@@ -421,7 +421,8 @@ void TDBToSQLite::CopyStructure(TTableRec& TableRec, bool ColumnsOnly) {
     const QString destName = TableRec.FDestTableName;
     const auto* info = dynamic_cast<const TSQLiteTableInfo*>(TableRec.FTableInfo);
     // What the column pass made stands in the way of the whole table.
-    if (!ColumnsOnly && FColumnsMade.removeAll(destName) > 0) DropDestTable(destName);
+    if (!ColumnsOnly && FColumnsMade.removeAll(destName) > 0 && dest.TableExists(destName))
+        DropDestTable(destName);
 
     if (info && info->FIsVirtual) {
         // Made once, whole: a module takes no partial definition.

@@ -16,8 +16,6 @@
 // fire on it. Nothing here locks.
 #pragma once
 
-#include "engine/DLParams.h"
-
 #include <QString>
 #include <QStringList>
 #include <functional>

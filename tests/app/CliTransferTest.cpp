@@ -105,6 +105,13 @@ TEST_F(CliTransfer, EverythingRoundTripsThroughDumpLoadAndTransfer) {
     const QStringList expected = Report(QStringLiteral("source.db"));
     EXPECT_EQ(ReportDifferences(expected, Report(QStringLiteral("loaded.db"))), QStringList());
     EXPECT_EQ(ReportDifferences(expected, Report(QStringLiteral("copied.db"))), QStringList());
+    // Again over the copy, every object replaced.
+    r = Cli({QStringLiteral("transfer"), source, dir.file(QStringLiteral("copied.db")),
+             QStringLiteral("--drop")});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_EQ(ReportDifferences(expected, Report(QStringLiteral("copied.db"))), QStringList());
+    r = Cli({QStringLiteral("transfer"), source, source});
+    EXPECT_EQ(r.err, QStringLiteral("SOURCE and DEST are the same file\n"));
     // The script in another encoding, read back by what its bytes say.
     r = Cli({QStringLiteral("dump"), source, dir.file(QStringLiteral("utf16.sql")),
              QStringLiteral("--encoding"), QStringLiteral("UTF-16")});
