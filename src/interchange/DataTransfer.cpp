@@ -22,12 +22,6 @@ namespace brindle {
 
 namespace {
 
-QString BareName(const QString& QualifiedName) {
-    QString db, name;
-    SplitObjectName(QualifiedName, db, name);
-    return name;
-}
-
 bool InMainDatabase(const QString& QualifiedName) {
     QString db, name;
     SplitObjectName(QualifiedName, db, name);
@@ -42,20 +36,10 @@ QString InMain(const QString& Name) {
     return db.isEmpty() ? QStringLiteral("main.") + Name : Name;
 }
 
-bool IsShadowTable(const TBaseTableInfo& Table) {
-    const auto* s = dynamic_cast<const TSQLiteTableInfo*>(&Table);
-    return s && s->FIsShadow;
-}
-
-bool IsVirtualTable(const TBaseTableInfo& Table) {
-    const auto* s = dynamic_cast<const TSQLiteTableInfo*>(&Table);
-    return s && s->FIsVirtual;
-}
-
 // A trigger's text for a table or view that has another name in the
 // destination.
 QString TriggerText(const QString& SQL, const QString& SourceName, const QString& DestName) {
-    if (SameObject(QuoteName(BareName(SourceName)), DestName)) return SQL;
+    if (SameObject(QuoteName(BareObjectName(SourceName)), DestName)) return SQL;
     return ReplaceTableNameInTrigger(SQL, DestName);
 }
 
@@ -194,7 +178,7 @@ void TDBToDB::Clear() {
 }
 
 QString TDBToDB::DestObjectName(const QString& SourceName) {
-    return QuoteName(BareName(SourceName));
+    return QuoteName(BareObjectName(SourceName));
 }
 
 void TDBToDB::PrepareTable(TTableRec& TableRec) {
@@ -449,7 +433,7 @@ void TDBToSQLite::CopyStructure(TTableRec& TableRec, bool ColumnsOnly) {
                 (index.FOptions & ixPrimary))
                 continue;
             const QString name = FRenameIndexes
-                                     ? QStringLiteral("%1_%2").arg(BareName(destName), index.FIndexName)
+                                     ? QStringLiteral("%1_%2").arg(BareObjectName(destName), index.FIndexName)
                                      : index.FIndexName;
             extra << EndStatement(StoredIndexText(index, name, destName));
         }
@@ -480,8 +464,8 @@ void TDBToSQLite::CopyFields(TTableRec& TableRec, TDLTableDef& TableDef) {
 
 void TDBToSQLite::CopyIndexes(TTableRec& TableRec, TDLTableDef& TableDef) {
     const TBaseTableInfo& table = *TableRec.FTableInfo;
-    const QString tableName = BareName(table.FTableName);
-    const QString destTable = BareName(TableRec.FDestTableName);
+    const QString tableName = BareObjectName(table.FTableName);
+    const QString destTable = BareObjectName(TableRec.FDestTableName);
     bool hasPrimaryKey = false;
     for (int i = 0; i < table.IndexCount(); ++i) {
         const TBaseIndexInfo& index = table.Indexes(i);
@@ -598,7 +582,7 @@ void TDBToSQLite::InsertCurrentRecord(TDataSet& DataSet, const QString& TableNam
 void TDBToSQLite::CopySequence(TTableRec& TableRec) {
     auto* source = dynamic_cast<TDLSQLiteDatabase*>(FSourceDatabase);
     if (!source) return;
-    const std::optional<qint64> seq = ReadSequence(*source, BareName(TableRec.FTableInfo->FTableName));
+    const std::optional<qint64> seq = ReadSequence(*source, BareObjectName(TableRec.FTableInfo->FTableName));
     TDLSQLiteDatabase& dest = DestDatabase();
     // The destination keeps counters only when a table of it has
     // AUTOINCREMENT.
@@ -749,7 +733,7 @@ void TSQLiteToSQLite::CopyInEngine(TTableRec& TableRec) {
         (TableRec.FIncludeStructure && KeepsRowID(table) ? QStringLiteral("rowid, ") : QString()) +
         QuotedColumnList(InsertableColumns(table));
     const QString source =
-        QuoteName(QLatin1String(kAttachedSource)) + u'.' + QuoteName(BareName(table.FTableName));
+        QuoteName(QLatin1String(kAttachedSource)) + u'.' + QuoteName(BareObjectName(table.FTableName));
     const QString sql = QStringLiteral("insert into %1(%2) select %2 from %3 where brindle_transfer_row()")
                             .arg(InMain(TableRec.FDestTableName), columns, source);
     dest.SQLiteCheck(d.sqlite3_create_function(dest.Handle(), "brindle_transfer_row", 0, SQLITE_UTF8, nullptr,

@@ -24,12 +24,6 @@ namespace brindle {
 
 namespace {
 
-QString BareName(const QString& QualifiedName) {
-    QString db, name;
-    SplitObjectName(QualifiedName, db, name);
-    return name;
-}
-
 // Valid UTF-8 without a code 0: text that a string literal can carry as it
 // is. A script is text, and the engine reads a literal only up to a code 0.
 bool IsPlainText(const unsigned char* p, qsizetype n) {
@@ -393,7 +387,7 @@ void TSQLiteToScript::CopyStructure(TTableRec& TableRec, bool IncludeStructure, 
         }
         QStringList extra;  // indexes of expressions, from their stored text
         if (IncludeStructure) {
-            const QString tableName = BareName(table.FTableName);
+            const QString tableName = BareObjectName(table.FTableName);
             bool hasPrimaryKey = false;
             for (int i = 0; i < table.IndexCount(); ++i) {
                 const TBaseIndexInfo& index = table.Indexes(i);
@@ -401,9 +395,10 @@ void TSQLiteToScript::CopyStructure(TTableRec& TableRec, bool IncludeStructure, 
                 const bool primary = (index.FOptions & ixPrimary) && !hasPrimaryKey;
                 if (primary) hasPrimaryKey = true;
                 if (!primary && IsAutoIndex(tableName, index.FIndexName)) continue;
-                const QString indexName = FRenameIndexes && !primary
-                                              ? QStringLiteral("%1_%2").arg(BareName(name), index.FIndexName)
-                                              : index.FIndexName;
+                const QString indexName =
+                    FRenameIndexes && !primary
+                        ? QStringLiteral("%1_%2").arg(BareObjectName(name), index.FIndexName)
+                        : index.FIndexName;
                 if (!primary && HasExpressionColumns(index))
                     extra << EndStatement(StoredIndexText(index, indexName, name));
                 else if (!def.FindIndex(indexName))
@@ -481,7 +476,7 @@ void TSQLiteToScript::CopyData(TTableRec& TableRec) {
     // with the table the script makes.
     if (!FAborted && TableRec.FIncludeStructure) {
         if (const std::optional<qint64> seq =
-                ReadSequence(*FSourceDatabase, BareName(TableRec.FTableInfo->FTableName)))
+                ReadSequence(*FSourceDatabase, BareObjectName(TableRec.FTableInfo->FTableName)))
             for (const QString& sql : SequenceStatements(DestTableName(TableRec), *seq)) Writeln(sql);
     }
 }

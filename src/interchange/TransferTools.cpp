@@ -57,13 +57,23 @@ QString ReplaceFirst(const QString& SQL, TSQLTokenType Role, const QString& Valu
     return parser.TextBefore(i) + Value + parser.TextBehind(i);
 }
 
-QString BareName(const QString& QualifiedName) {
+}  // namespace
+
+QString BareObjectName(const QString& QualifiedName) {
     QString db, name;
     SplitObjectName(QualifiedName, db, name);
     return name;
 }
 
-}  // namespace
+bool IsShadowTable(const TBaseTableInfo& Table) {
+    const auto* s = dynamic_cast<const TSQLiteTableInfo*>(&Table);
+    return s && s->FIsShadow;
+}
+
+bool IsVirtualTable(const TBaseTableInfo& Table) {
+    const auto* s = dynamic_cast<const TSQLiteTableInfo*>(&Table);
+    return s && s->FIsVirtual;
+}
 
 QStringList InsertableColumns(const TBaseTableInfo& Table) {
     QStringList columns;
@@ -217,7 +227,7 @@ std::optional<qint64> ReadSequence(TDLSQLiteDatabase& Database, const QString& T
 }
 
 QStringList SequenceStatements(const QString& QuotedTableName, qint64 Value, const QString& Schema) {
-    const QString name = QuotedStr(BareName(QuotedTableName));
+    const QString name = QuotedStr(BareObjectName(QuotedTableName));
     const QString table = Schema + QStringLiteral("sqlite_sequence");
     return {QStringLiteral("update %3 set seq = max(seq, %1) where name = %2;").arg(Value).arg(name, table),
             QStringLiteral("insert into %3(name, seq) select %2, %1 where not exists "

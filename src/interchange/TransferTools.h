@@ -49,6 +49,12 @@ private:
     std::unique_ptr<TSQLiteSQLHandle> FHandle;
 };
 
+// The name of an object without its database, unquoted.
+QString BareObjectName(const QString& QualifiedName);
+// A table a virtual table keeps its data in, made by its module.
+bool IsShadowTable(const TBaseTableInfo& Table);
+bool IsVirtualTable(const TBaseTableInfo& Table);
+
 // The columns of a table that a row is written to, in table order: all
 // but the computed ones, which the engine fills itself.
 QStringList InsertableColumns(const TBaseTableInfo& Table);
