@@ -1,5 +1,6 @@
 #include "CliCommands.h"
 
+#include "CliInterrupt.h"
 #include "CliTransfer.h"
 
 #include "data/DLQuery.h"
@@ -23,8 +24,6 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
-#include <atomic>
-#include <csignal>
 #include <unistd.h>
 #include <functional>
 #include <map>
@@ -346,45 +345,6 @@ void cmdTree(const Options& o, QTextStream& out) {
     if (!failure.isEmpty()) throw ECustomException(failure);
 }
 
-// Ctrl+C stops the statement that runs; the engine's interrupt and the
-// runner's stop request are safe to call from a signal handler.
-std::atomic<TDLSQLiteDatabase*> interruptTarget{nullptr};
-std::atomic<TSQLRunner*> interruptRunner{nullptr};
-std::atomic<TTextImporter*> interruptImporter{nullptr};
-std::atomic<TDataSetExporter*> interruptExporter{nullptr};
-
-extern "C" void interruptQuery(int) {
-    if (TSQLRunner* runner = interruptRunner.load()) runner->Abort();
-    if (TTextImporter* importer = interruptImporter.load()) importer->Cancel();
-    if (TDataSetExporter* exporter = interruptExporter.load()) exporter->Cancel();
-    if (TDLSQLiteDatabase* db = interruptTarget.load()) db->Interrupt();
-}
-
-// Sets the Ctrl+C handler for one command and puts the old one back.
-class TInterruptScope {
-public:
-    TInterruptScope(TDLSQLiteDatabase& Database, TSQLRunner* Runner, TTextImporter* Importer = nullptr,
-                    TDataSetExporter* Exporter = nullptr) {
-        interruptTarget = &Database;
-        interruptRunner = Runner;
-        interruptImporter = Importer;
-        interruptExporter = Exporter;
-        FPrevious = std::signal(SIGINT, interruptQuery);
-    }
-    ~TInterruptScope() {
-        std::signal(SIGINT, FPrevious);
-        interruptTarget = nullptr;
-        interruptRunner = nullptr;
-        interruptImporter = nullptr;
-        interruptExporter = nullptr;
-    }
-    TInterruptScope(const TInterruptScope&) = delete;
-    TInterruptScope& operator=(const TInterruptScope&) = delete;
-
-private:
-    void (*FPrevious)(int) = nullptr;
-};
-
 // The open result as CSV: a header line, then every row. Only what the
 // statement selects: nothing the dataset added to find rows. False when a
 // stop cut the rows short.
@@ -436,7 +396,7 @@ void cmdQuery(const Options& o, QTextStream& out) {
     query.FAllowPreprocess = false;
     query.SetDatabase(&db);
     query.SetSQL(o.positional.value(2));
-    TInterruptScope interrupts(db, nullptr);
+    TInterruptScope interrupts({&db});
     auto leave = [&db](const QString& message) {
         // A transaction the text began and did not end is not left open.
         if (db.GetInTransaction()) db.Rollback();
@@ -554,7 +514,7 @@ void cmdAlter(const Options& o, QTextStream& out, QTextStream& err) {
         err << forTerminal(question).section(u'\n', 0, -2).trimmed() << "\n";
         return false;
     };
-    TInterruptScope interrupts(db, nullptr);
+    TInterruptScope interrupts({&db});
     TApplyResult result;
     if (newName.isEmpty()) {
         result = dm.ApplyTableDesign(db, table, hooks);
@@ -629,7 +589,7 @@ void cmdExec(const Options& o, QTextStream& out, QTextStream& err) {
         }
         throw ECustomException(QStringLiteral("Missing parameter value: %1 (give it with --param %2=VALUE)").arg(Name, bare));
     };
-    TInterruptScope interrupts(db, &runner);
+    TInterruptScope interrupts({.Database = &db, .Runner = &runner});
     const TSQLRunOutcome outcome = runner.ExecuteSQL(&db, script);
     bool complete = true;
     if (outcome.ErrorMessage.isEmpty() && query.Active()) complete = printRows(query, out);
@@ -712,7 +672,7 @@ void cmdImport(const Options& o, QTextStream& out, QTextStream& err) {
         target.AutoDetectTypes = !o.noDetect;
         TProgressLine progress(err);
         importer.FOnProgress = [&progress](const QString& Message, bool&) { progress.Show(Message); };
-        TInterruptScope interrupts(db, nullptr, &importer);
+        TInterruptScope interrupts({.Database = &db, .Importer = &importer});
         try {
             result = importer.ImportIntoTable(db, text, target, delimiter, encoding, !o.noHeader);
         } catch (const ECustomException&) {
@@ -775,7 +735,7 @@ void cmdExport(const Options& o, QTextStream& out, QTextStream& err) {
     exporter->FOnProgress = [&progress](int Count) {
         progress.Show(QStringLiteral("%1 rows exported").arg(Count));
     };
-    TInterruptScope interrupts(db, nullptr, nullptr, exporter.get());
+    TInterruptScope interrupts({.Database = &db, .Exporter = exporter.get()});
     const auto stopped = [&] {
         if (db.GetInTransaction()) db.Rollback();
         throw ECustomException(QStringLiteral("interrupted"));

@@ -1,5 +1,7 @@
 #include "CliTransfer.h"
 
+#include "CliInterrupt.h"
+
 #include "engine/DLSQLite3API.h"
 #include "engine/DLSQLiteDatabase.h"
 #include "engine/Encoding.h"
@@ -13,8 +15,6 @@
 #include <unistd.h>
 #include <QElapsedTimer>
 #include <QFileInfo>
-#include <atomic>
-#include <csignal>
 
 namespace brindle::cli {
 
@@ -53,38 +53,6 @@ QString forTerminal(QString s) {
     return s.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
 }
 
-// Ctrl+C: the run stops at its next check, and a statement that runs long
-// is interrupted. Both are safe to do from a signal handler.
-std::atomic<bool> interrupted{false};
-std::atomic<TDLSQLiteDatabase*> interruptSource{nullptr};
-std::atomic<TDLSQLiteDatabase*> interruptDest{nullptr};
-
-extern "C" void onInterrupt(int) {
-    interrupted = true;
-    if (TDLSQLiteDatabase* db = interruptSource.load()) db->Interrupt();
-    if (TDLSQLiteDatabase* db = interruptDest.load()) db->Interrupt();
-}
-
-class TInterruptScope {
-public:
-    TInterruptScope(TDLSQLiteDatabase* Source, TDLSQLiteDatabase* Dest) {
-        interrupted = false;
-        interruptSource = Source;
-        interruptDest = Dest;
-        FPrevious = std::signal(SIGINT, onInterrupt);
-    }
-    ~TInterruptScope() {
-        std::signal(SIGINT, FPrevious);
-        interruptSource = nullptr;
-        interruptDest = nullptr;
-    }
-    TInterruptScope(const TInterruptScope&) = delete;
-    TInterruptScope& operator=(const TInterruptScope&) = delete;
-
-private:
-    void (*FPrevious)(int) = nullptr;
-};
-
 // One line of progress on standard error, rewritten in place a few times a
 // second; only when it is a terminal, so that scripts get clean output.
 class TProgress {
@@ -109,7 +77,7 @@ public:
             Show(QStringLiteral("%1: %2 rows").arg(Table).arg(Records));
         };
         Transfer.FOnCheckAbort = [](TDataTransfer&, bool& Aborted) {
-            Aborted = Aborted || interrupted.load();
+            Aborted = Aborted || TInterruptScope::Interrupted();
         };
     }
 
@@ -179,7 +147,7 @@ void cmdDump(const TOptions& o, QTextStream& err) {
     progress.Watch(script);
     // Stopped between rows, not inside a statement: the script still gets
     // its closing lines.
-    TInterruptScope interrupts(nullptr, nullptr);
+    TInterruptScope interrupts(TInterruptTargets{});
     script.Execute();
     if (script.Aborted()) throw ECustomException(QStringLiteral("interrupted"));
 }
@@ -200,8 +168,10 @@ void cmdLoad(const TOptions& o, QTextStream& err) {
     load.FOnProgress = [&progress](TDataTransfer&, int Position, int Max) {
         progress.Show(QStringLiteral("%1%").arg(Max > 0 ? qint64(Position) * 100 / Max : 100));
     };
-    load.FOnCheckAbort = [](TDataTransfer&, bool& Aborted) { Aborted = Aborted || interrupted.load(); };
-    TInterruptScope interrupts(nullptr, &db);
+    load.FOnCheckAbort = [](TDataTransfer&, bool& Aborted) {
+        Aborted = Aborted || TInterruptScope::Interrupted();
+    };
+    TInterruptScope interrupts({.Second = &db});
     load.Execute();
     // Whatever the script began and did not end is not kept.
     auto leave = [&db](const QString& message) {
@@ -240,7 +210,7 @@ void cmdTransfer(const TOptions& o, QTextStream& err) {
     transfer.FIncludeDBProperties = created;
     TProgress progress(err);
     progress.Watch(transfer);
-    TInterruptScope interrupts(&source, &dest);
+    TInterruptScope interrupts({.Database = &source, .Second = &dest});
     transfer.Execute();
     if (transfer.Aborted()) throw ECustomException(QStringLiteral("interrupted"));
 }
