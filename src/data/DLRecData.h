@@ -214,8 +214,10 @@ void SetFieldVariant(TDLRecData& Rec, const TField& Field, const QVariant& Value
 // decide, so a value and its own prefix are equal; an empty value is less.
 int CompareBlobValues(const QByteArray& Left, const QByteArray& Right);
 
-// Storage classes of the engine.
-enum TStorageClass { scInteger = 1, scFloat = 2, scText = 3, scBlob = 4, scNull = 5 };
+// Storage classes of the engine. scBlobText is text that a BLOB field
+// holds: the field shows and edits it as its UTF-8 bytes, while writers
+// that keep values as stored (exports, copies) still write it as text.
+enum TStorageClass { scInteger = 1, scFloat = 2, scText = 3, scBlob = 4, scNull = 5, scBlobText = 6 };
 
 // The class a value of this type is written with.
 int DefaultStorageClass(TFieldType DataType);

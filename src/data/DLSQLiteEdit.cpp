@@ -270,6 +270,10 @@ TParam StoredValueToParam(const TDLRecData& Rec, const TField& Field) {
             p.DataType = ftBlob;
             p.Value = raw;
             break;
+        case scBlobText:
+            p.DataType = ftWideString;
+            p.Value = QString::fromUtf8(raw);
+            break;
         default:
             p.DataType = Field.DataType();
             break;

@@ -49,8 +49,10 @@ void ReadColumn(TSQLite3Driver& d, sqlite3_stmt* Stmt, int Col, TTextReader& Tex
         Rec.EndRawData(index, 0);
         return;
     }
-    // A BLOB field keeps whatever it holds as bytes.
-    if (Field.DataType() == ftBlob || Field.DataType() == ftGraphic) storage = SQLITE_BLOB;
+    // A BLOB field keeps whatever it holds as bytes; text among them keeps
+    // its class beside the bytes, so that it is written back out as text.
+    if (Field.DataType() == ftBlob || Field.DataType() == ftGraphic)
+        storage = storage == SQLITE_TEXT ? scBlobText : SQLITE_BLOB;
     Rec.SetStorageClass(index, storage);
     Rec.SetHasData(index, true);
     switch (storage) {
@@ -78,6 +80,18 @@ void ReadColumn(TSQLite3Driver& d, sqlite3_stmt* Stmt, int Col, TTextReader& Tex
                 auto* out = reinterpret_cast<QChar*>(Rec.BeginRawData(index, 2 * Text.Decoder.requiredSpace(bytes)));
                 const QChar* end = Text.Decoder.appendToBuffer(out, QByteArrayView(p, bytes));
                 Rec.EndRawData(index, 2 * (end - out));
+            }
+            break;
+        case scBlobText:
+            if (LoadBlobs) {
+                // UTF-8 whatever the file's encoding: the bytes are the text.
+                const unsigned char* p = d.sqlite3_column_text(Stmt, Col);
+                const int bytes = d.sqlite3_column_bytes(Stmt, Col);
+                if (bytes > 0) std::memcpy(Rec.BeginRawData(index, bytes), p, static_cast<size_t>(bytes));
+                Rec.EndRawData(index, bytes);
+            } else {
+                Rec.EndRawData(index, 0);
+                Rec.SetFullData(index, false);
             }
             break;
         default:

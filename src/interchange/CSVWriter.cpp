@@ -127,6 +127,9 @@ void TCSVWriter::StoredValue(const TDLSQLiteRecData& Rec, int Index) {
         case scBlob:
             Bytes(raw);
             break;
+        case scBlobText:
+            Text(QString::fromUtf8(raw));
+            break;
         default:
             break;  // NULL: nothing between the delimiters
     }

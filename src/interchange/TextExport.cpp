@@ -296,6 +296,10 @@ void TTSVExporter::ExportRecord(QIODevice&, int) {
                 case scText:
                     text = RawToString(raw);
                     break;
+                case scBlobText:
+                    text = QString::fromUtf8(raw);
+                    printable = true;
+                    break;
                 case scBlob:
                     printable = false;
                     break;
