@@ -428,7 +428,7 @@ void PerformDelete(TDLSQLDataSet& DataSet, const QString& TableName) {
 
 void InsertCurrentRecord(TDLSQLiteDatabase& Database, TDataSet& DataSet, const QString& TableName, bool InsertNulls) {
     TParams params;
-    QStringList names, marks;
+    QStringList names;
     for (int i = 0; i < DataSet.Fields().Count(); ++i) {
         const TField& field = DataSet.Fields()[i];
         if (field.FFieldKind != fkData) continue;
@@ -443,13 +443,10 @@ void InsertCurrentRecord(TDLSQLiteDatabase& Database, TDataSet& DataSet, const Q
             p.Value = field.AsString();
         }
         names << QuoteIdentifier(GetFieldOrigin(field));
-        marks << QStringLiteral("?");
         AddParam(params, p);
     }
     if (names.isEmpty()) throw ECustomException(QStringLiteral("Could not insert empty record"));
-    Database.Execute(QStringLiteral("insert into %1(%2) values(%3)")
-                         .arg(QuoteObject(TableName), names.join(QStringLiteral(", ")), marks.join(QStringLiteral(", "))),
-                     &params);
+    Database.Execute(InsertSQL(QuoteObject(TableName), names), &params);
 }
 
 void InsertDataSet(TDLSQLiteDatabase& Database, TDataSet& DataSet, const QString& TableName, bool InsertNulls) {

@@ -82,21 +82,12 @@ void ReadColumn(TSQLite3Driver& d, sqlite3_stmt* Stmt, int Col, TTextReader& Tex
                 Rec.EndRawData(index, 2 * (end - out));
             }
             break;
-        case scBlobText:
+        default:  // a BLOB, or text a BLOB field holds
             if (LoadBlobs) {
-                // UTF-8 whatever the file's encoding: the bytes are the text.
-                const unsigned char* p = d.sqlite3_column_text(Stmt, Col);
-                const int bytes = d.sqlite3_column_bytes(Stmt, Col);
-                if (bytes > 0) std::memcpy(Rec.BeginRawData(index, bytes), p, static_cast<size_t>(bytes));
-                Rec.EndRawData(index, bytes);
-            } else {
-                Rec.EndRawData(index, 0);
-                Rec.SetFullData(index, false);
-            }
-            break;
-        default:
-            if (LoadBlobs) {
-                const void* p = d.sqlite3_column_blob(Stmt, Col);
+                // Text comes as UTF-8 whatever the file's encoding: its
+                // bytes are what the field shows.
+                const void* p = storage == scBlobText ? static_cast<const void*>(d.sqlite3_column_text(Stmt, Col))
+                                                      : d.sqlite3_column_blob(Stmt, Col);
                 const int bytes = d.sqlite3_column_bytes(Stmt, Col);
                 if (bytes > 0) std::memcpy(Rec.BeginRawData(index, bytes), p, static_cast<size_t>(bytes));
                 Rec.EndRawData(index, bytes);

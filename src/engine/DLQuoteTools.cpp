@@ -123,6 +123,13 @@ QString PragmaSQL(const QString& databaseName, const char* pragma, const QString
     return sql + QLatin1String(pragma) + u'(' + QuoteSQLName(objectName) + u')';
 }
 
+QString InsertSQL(const QString& quotedTable, const QStringList& quotedColumns) {
+    QStringList marks;
+    marks.fill(QStringLiteral("?"), quotedColumns.size());
+    return QStringLiteral("insert into %1(%2) values(%3)")
+        .arg(quotedTable, quotedColumns.join(QStringLiteral(", ")), marks.join(QStringLiteral(", ")));
+}
+
 void ExtractObject(const QString& qualifiedObjectName, int& pos, QString& result) {
     const qsizetype len = qualifiedObjectName.size();
     qsizetype i = qMax(pos, 0);

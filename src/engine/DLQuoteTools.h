@@ -28,6 +28,9 @@ QString QuotedStr(const QString& value);
 QString QuoteSQLName(const QString& name);
 // "pragma db.name(object)" with both names so quoted; no "db." when empty.
 QString PragmaSQL(const QString& databaseName, const char* pragma, const QString& objectName);
+// "insert into table(a, b) values(?, ?)": one mark per column, bound by
+// position. The table and the columns come quoted as the caller needs.
+QString InsertSQL(const QString& quotedTable, const QStringList& quotedColumns);
 
 // Reads the part from pos up to the first "." outside quotes; pos moves to
 // that dot and past it.

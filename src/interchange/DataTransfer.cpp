@@ -543,7 +543,7 @@ void TDBToSQLite::ViewToDatabase(TViewRec& ViewRec) {
 void TDBToSQLite::InsertCurrentRecord(TDataSet& DataSet, const QString& TableName, bool InsertNulls) {
     TDLSQLiteDatabase& dest = DestDatabase();
     TParams params;
-    QStringList names, marks;
+    QStringList names;
     const TDLRecData* rec = DataSet.ActiveRecData();
     for (int i = 0; i < DataSet.Fields().Count(); ++i) {
         const TField& field = DataSet.Fields()[i];
@@ -562,12 +562,9 @@ void TDBToSQLite::InsertCurrentRecord(TDataSet& DataSet, const QString& TableNam
         p.Name.clear();  // bound by position
         params.Add(QString(), p.DataType, p.Value);
         names << QuoteName(field.FieldName());
-        marks << QStringLiteral("?");
     }
     if (names.isEmpty()) throw ECustomException(QStringLiteral("Could not insert empty record"));
-    const QString sql =
-        QStringLiteral("insert into %1(%2) values(%3)")
-            .arg(InMain(TableName), names.join(QStringLiteral(", ")), marks.join(QStringLiteral(", ")));
+    const QString sql = InsertSQL(InMain(TableName), names);
     // Rows of one table give one text: it is prepared once.
     if (!FInsert || sql != FInsertSQL) {
         FInsert.reset();
@@ -775,18 +772,14 @@ void TSQLiteToSQLite::CopyRows(TTableRec& TableRec) {
             from);
     sqlite3_stmt* src = select.Handle();
     const int columns = SQLite3Driver->sqlite3_column_count(src);
-    QStringList names, marks;
+    QStringList names;
     for (int c = 0; c < columns; ++c) {
         names << (rowid && c == 0 ? QStringLiteral("rowid")
                                   : QuoteName(QString::fromUtf16(static_cast<const char16_t*>(
                                         SQLite3Driver->sqlite3_column_name16(src, c)))));
-        marks << QStringLiteral("?");
     }
     if (names.isEmpty()) throw ECustomException(QStringLiteral("Could not insert empty record"));
-    TPreparedStatement insert(dest,
-                              QStringLiteral("insert into %1(%2) values(%3)")
-                                  .arg(InMain(TableRec.FDestTableName), names.join(QStringLiteral(", ")),
-                                       marks.join(QStringLiteral(", "))));
+    TPreparedStatement insert(dest, InsertSQL(InMain(TableRec.FDestTableName), names));
     sqlite3_stmt* ins = insert.Handle();
     TSQLite3Driver& d = *SQLite3Driver;
     static const char empty = 0;

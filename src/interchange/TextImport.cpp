@@ -4,6 +4,7 @@
 
 #include "data/DLMemDataSet.h"
 #include "data/DataSet.h"
+#include "engine/DLPreparedStatement.h"
 #include "engine/DLQuoteTools.h"
 #include "engine/DLSQLite3API.h"
 #include "engine/DLSQLiteDatabase.h"
@@ -195,14 +196,9 @@ public:
     void AppendRecord(const QStringList& FieldNames, const TTextRow& Values) override {
         if (FFieldNames != FieldNames) {
             FFieldNames = FieldNames;
-            QStringList fields, values;
-            for (const QString& name : FieldNames) {
-                fields << QuoteIdentifier(name);
-                values << QStringLiteral("?");
-            }
-            FSQL = QStringLiteral("insert into %1(%2) values(%3)")
-                       .arg(QuoteObject(FTableName), fields.join(QStringLiteral(", ")),
-                            values.join(QStringLiteral(", ")));
+            QStringList fields;
+            for (const QString& name : FieldNames) fields << QuoteIdentifier(name);
+            FSQL = InsertSQL(QuoteObject(FTableName), fields);
         }
         TParams params;
         for (int i = 0; i < FieldNames.size(); ++i) {
@@ -229,16 +225,9 @@ class TTextImportDestTable : public TTextImportDest {
 public:
     TTextImportDestTable(TDLSQLiteDatabase& Database, const QString& TableName, const QStringList& Columns)
         : FDatabase(Database) {
-        QStringList fields, values;
-        for (const QString& name : Columns) {
-            fields << QuoteSQLName(name);
-            values << QStringLiteral("?");
-        }
-        FSQL = QStringLiteral("insert into %1(%2) values(%3)")
-                   .arg(QuoteObject(TableName), fields.join(QStringLiteral(", ")),
-                        values.join(QStringLiteral(", ")));
-        FHandle = Database.CreateSQLHandle(FSQL);
-        Database.Prepare(*FHandle);
+        QStringList fields;
+        for (const QString& name : Columns) fields << QuoteSQLName(name);
+        FInsert = std::make_unique<TPreparedStatement>(Database, InsertSQL(QuoteObject(TableName), fields));
         FColumnCount = static_cast<int>(Columns.size());
         FUtf8File = Database.Unicode() && Database.GetEncoding() == 65001;
         FSpans.resize(Columns.size());
@@ -249,7 +238,7 @@ public:
     // and an allocation per value.
     void AppendRecord(const QStringList&, const TTextRow& Values) override {
         TSQLite3Driver& drv = *SQLite3Driver;
-        sqlite3_stmt* stmt = FHandle->FSQLHandle;
+        sqlite3_stmt* stmt = FInsert->Handle();
         const int count = std::min(FColumnCount, Values.Count());
         if (FUtf8File) {
             qsizetype room = 0;
@@ -280,17 +269,12 @@ public:
                 rc = drv.sqlite3_bind_text16(stmt, i + 1, value.utf16(), static_cast<int>(value.size() * 2),
                                              SQLITE_STATIC);
             }
-            if (rc != SQLITE_OK) FDatabase.SQLiteCheck(rc, FSQL);
-        }
-        const int rc = drv.sqlite3_step(stmt);
-        if (rc == SQLITE_DONE) {
-            drv.sqlite3_reset(stmt);
-            return;
+            if (rc != SQLITE_OK) FDatabase.SQLiteCheck(rc, FInsert->SQL());
         }
         try {
-            FDatabase.SQLiteCheck(rc, FSQL);
+            FInsert->Step();
+            FInsert->Reset();
         } catch (...) {
-            drv.sqlite3_reset(stmt);
             // Errors such as a full disk end the transaction itself.
             FBroken = !FDatabase.GetInTransaction();
             throw;
@@ -301,8 +285,7 @@ public:
 
 private:
     TDLSQLiteDatabase& FDatabase;
-    QString FSQL;
-    std::unique_ptr<TSQLiteSQLHandle> FHandle;
+    std::unique_ptr<TPreparedStatement> FInsert;
     int FColumnCount = 0;
     bool FBroken = false;
     bool FUtf8File = false;

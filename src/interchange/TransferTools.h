@@ -1,11 +1,12 @@
-// What the copy into a database and the script writer share: a prepared
-// statement that is stepped by hand, the definitions of a table's parts as
+// What the copy into a database and the script writer share: the definitions of a table's parts as
 // the metadata describes them, and the facts a copy must keep that no
 // definition holds (computed columns, the AUTOINCREMENT counter, clauses
 // only the stored text carries).
 //
 // Threading: the caller's thread, with its databases.
 #pragma once
+
+#include "engine/DLPreparedStatement.h"
 
 #include <QString>
 #include <QStringList>
@@ -23,31 +24,6 @@ class TDLSQLiteDatabase;
 class TDLTableDef;
 class TSQLiteSQLHandle;
 class TSQLiteTableInfo;
-
-// One statement, prepared once and stepped as often as wanted. Finalized
-// with the object, or when the database closes first.
-class TPreparedStatement {
-public:
-    // Raises with the engine's message when the text does not prepare.
-    TPreparedStatement(TDLSQLiteDatabase& Database, const QString& SQL);
-    ~TPreparedStatement();
-    TPreparedStatement(const TPreparedStatement&) = delete;
-    TPreparedStatement& operator=(const TPreparedStatement&) = delete;
-
-    // Null for a text without a statement.
-    sqlite3_stmt* Handle() const;
-    TSQLiteSQLHandle& SQLHandle() const { return *FHandle; }
-    const QString& SQL() const { return FSQL; }
-    // True while it gives rows; raises the engine's error with the text.
-    bool Step();
-    // Back to the start; the bound values stay.
-    void Reset();
-
-private:
-    TDLSQLiteDatabase& FDatabase;
-    QString FSQL;
-    std::unique_ptr<TSQLiteSQLHandle> FHandle;
-};
 
 // The name of an object without its database, unquoted.
 QString BareObjectName(const QString& QualifiedName);

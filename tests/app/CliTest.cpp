@@ -1,6 +1,7 @@
 // brindle-cli run as a real process, as scripts use it.
 #include "CatalogueReport.h"
 #include "ChildSignal.h"
+#include "CliRun.h"
 #include "QtPrinters.h"
 #include "TempDir.h"
 
@@ -27,17 +28,10 @@ public:
 
 const auto* const environment = ::testing::AddGlobalTestEnvironment(new ParserServices);
 
-struct Result {
-    int code;
-    QString out;
-    QString err;
-};
+using Result = brindle::test::TCliRun;
 
 Result run(const QStringList& args) {
-    QProcess p;
-    p.start(QStringLiteral(BRINDLE_CLI), args);
-    EXPECT_TRUE(p.waitForFinished(60000));
-    return {p.exitCode(), QString::fromUtf8(p.readAllStandardOutput()), QString::fromUtf8(p.readAllStandardError())};
+    return brindle::test::RunCli(args, 60000);
 }
 
 TEST(Cli, InfoDescribesLibraryAndDatabase) {

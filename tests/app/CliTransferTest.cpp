@@ -4,6 +4,7 @@
 // it was.
 #include "CatalogueReport.h"
 #include "ChildSignal.h"
+#include "CliRun.h"
 #include "DataReport.h"
 #include "QtPrinters.h"
 #include "TempDir.h"
@@ -26,18 +27,10 @@ using namespace brindle::test;
 
 namespace {
 
-struct TRun {
-    int code;
-    QString out;
-    QString err;
-};
+using TRun = TCliRun;
 
 TRun Cli(const QStringList& Args) {
-    QProcess p;
-    p.start(QStringLiteral(BRINDLE_CLI), Args);
-    EXPECT_TRUE(p.waitForFinished(120000));
-    return {p.exitCode(), QString::fromUtf8(p.readAllStandardOutput()),
-            QString::fromUtf8(p.readAllStandardError())};
+    return RunCli(Args, 120000);
 }
 
 class CliTransfer : public ::testing::Test {
